@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/support/child_process.h"
+#include "vyn/vyn.h"
+
+namespace {
+
+TEST(LibraryFrameTest, SingletonsComeAndGoInTheFixedOrder) {
+  const auto result = vyn::test::RunChild({VYN_LIFECYCLE_PROBE, VYN_SHARED_LIBRARY});
+  ASSERT_EQ(result.exit_code, 0) << result.output;
+  const char* const order[] = {
+      "CVYNApp",         "CVYNLanguage",      "CVYNThreadMonitor",   "CVYNSystemLogEx",
+      "CVYNSerialPort",  "CVYNMessageQueue",  "CVYNPluginManager",   "CVYNCommandSet",
+      "CVYNCommandDump", "CVYNCommandHelper", "CVYNIniManager",      "CVYNMemoryDump",
+      "CVYNCommandLine", "CVYNFileHeader",    "CVYNSTM32BootLoader", "CVYNMain",
+  };
+  std::ostringstream expected;
+  for (const char* name : order) expected << "+" << name << "\n";
+  // Loading starts no thread.
+  expected << "loaded; new threads: 0\n";
+  for (int i = static_cast<int>(std::size(order)) - 1; i >= 0; --i) {
+    expected << "-" << order[i] << "\n";
+  }
+  expected << "unloaded\n";
+  EXPECT_EQ(result.output, expected.str());
+}
+
+TEST(LibraryFrameTest, AccessorsAndApplicationInformation) {
+  EXPECT_EQ(&GetVYNLanguage(), &GetVYNLanguage());
+  EXPECT_EQ(&GetVYNMain(), &GetVYNMain());
+  EXPECT_EQ(&GetVYNSerialPort(), &GetVYNSerialPort());
+  EXPECT_EQ(GetVYNLanguage().GetLanguage(), 1);
+
+  CVYNMain& main = GetVYNMain();
+  std::string first = "x";
+  std::string second = "y";
+  EXPECT_EQ(main.GetApplicationInformation(first, second), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(first, "");
+  EXPECT_EQ(second, "");
+  main.SetApplicationInformation("app", "1.0");
+  EXPECT_EQ(main.SetApplicationInformation("other", "2.0"), VYN_STATUS_SUCCESS);
+  main.GetApplicationInformation(first, second);
+  EXPECT_EQ(first, "other");
+  EXPECT_EQ(second, "2.0");
+  EXPECT_EQ(main.InitializeModules(), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(main.TerminateModules(), VYN_STATUS_SUCCESS);
+}
+
+TEST(CommandLineTest, SplitsTheProcessArgumentsOnce) {
+  const auto result = vyn::test::RunChild({VYN_COMMAND_LINE_PROBE, "a b", "c", "\xE4"});
+  ASSERT_EQ(result.exit_code, 0) << result.output;
+  EXPECT_EQ(result.output, std::string("[") + VYN_COMMAND_LINE_PROBE +
+                               "]\n[a b]\n[c]\n[\xE4]\nVYN_STATUS_INVALID_PARAMETER\n"
+                               "untouched VYN_STATUS_SUCCESS\n");
+}
+
+}  // namespace

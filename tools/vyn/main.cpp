@@ -1,0 +1,17 @@
+// vyn: the command-line face of the library, usable without hardware.
+#include <cstdio>
+
+#include "tools/vyn/commands.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"vyn - base services for serial-line devices, from the command line"};
+  app.set_version_flag("--version", std::string("vyn ") + VYN_VERSION);
+  app.require_subcommand(1);
+  vyn::tool::AddDemoCommand(app);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  }
+  return 0;
+}

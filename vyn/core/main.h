@@ -1,0 +1,31 @@
+// CVYNMain: two strings of application information that the library keeps
+// for the application and never interprets.
+//
+// Thread-safety: no lock; set the strings during start-up, before other
+// threads read them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "vyn/core/export.h"
+
+class VYN_EXPORT CVYNMain {
+ public:
+  CVYNMain() = default;
+  CVYNMain(const CVYNMain&) = delete;
+  CVYNMain& operator=(const CVYNMain&) = delete;
+
+  int32_t SetApplicationInformation(std::string first, std::string second);
+  int32_t GetApplicationInformation(std::string& first, std::string& second);
+  // Start and stop nothing: each service is started through its own
+  // operation. Kept for applications written against them.
+  int32_t InitializeModules();
+  int32_t TerminateModules();
+
+ private:
+  std::string first_;
+  std::string second_;
+};
+
+VYN_EXPORT CVYNMain& GetVYNMain();

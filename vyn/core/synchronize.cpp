@@ -1,0 +1,54 @@
+#include "vyn/core/synchronize.h"
+
+#include "vyn/core/status.h"
+#include "vyn/platform/clock.h"
+
+CVYNSynchronize::CVYNSynchronize(CRITICAL_SECTION* lock, bool enter) : lock_(lock) {
+  if (enter && lock_ != nullptr) {
+    EnterCriticalSection(lock_);
+    entered_ = true;
+  }
+}
+
+CVYNSynchronize::~CVYNSynchronize() {
+  if (entered_ && lock_ != nullptr) LeaveCriticalSection(lock_);
+}
+
+int32_t CVYNSynchronize::Initialize(CRITICAL_SECTION* lock, bool enter) {
+  if (entered_ && lock_ != nullptr) {
+    LeaveCriticalSection(lock_);
+  }
+  entered_ = false;
+  lock_ = lock;
+  if (!enter) return VYN_STATUS_SUCCESS;
+  if (lock_ == nullptr) return VYN_STATUS_UNSPECIFIC_ERROR;
+  EnterCriticalSection(lock_);
+  entered_ = true;
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNSynchronize::Enter(uint32_t time_limit_ms) {
+  if (entered_) return VYN_STATUS_SUCCESS;
+  if (lock_ == nullptr) return VYN_STATUS_UNSPECIFIC_ERROR;
+  if (time_limit_ms == 0) {
+    EnterCriticalSection(lock_);
+    entered_ = true;
+    return VYN_STATUS_SUCCESS;
+  }
+  const uint32_t start = vyn::platform::GetTickCount();
+  while (TryEnterCriticalSection(lock_) == 0) {
+    // Unsigned subtraction keeps the test right across a wrap of the counter.
+    if (vyn::platform::GetTickCount() - start > time_limit_ms) return VYN_STATUS_TIMEOUT;
+    vyn::platform::SleepMilliseconds(1);
+  }
+  entered_ = true;
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNSynchronize::Leave() {
+  if (!entered_) return VYN_STATUS_SUCCESS;
+  if (lock_ == nullptr) return VYN_STATUS_UNSPECIFIC_ERROR;
+  LeaveCriticalSection(lock_);
+  entered_ = false;
+  return VYN_STATUS_SUCCESS;
+}

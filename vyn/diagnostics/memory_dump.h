@@ -1,0 +1,14 @@
+// CVYNMemoryDump: crash handlers, dump files and heap checks.
+#pragma once
+
+#include "vyn/core/export.h"
+
+class VYN_EXPORT CVYNMemoryDump {
+ public:
+  CVYNMemoryDump();
+  virtual ~CVYNMemoryDump();
+  CVYNMemoryDump(const CVYNMemoryDump&) = delete;
+  CVYNMemoryDump& operator=(const CVYNMemoryDump&) = delete;
+};
+
+VYN_EXPORT CVYNMemoryDump& GetVYNMemoryDump();

@@ -1,0 +1,27 @@
+// The re-entrant lock that every service guards its state with, under the
+// name applications know from the original platform. The functions are
+// exported so that an application hands CVYNSynchronize a lock exactly as the
+// services do.
+//
+// Ownership: the CRITICAL_SECTION object owns its mutex; InitializeCriticalSection
+// and DeleteCriticalSection exist for source compatibility and do nothing,
+// because construction and destruction of the object already create and
+// destroy the mutex.
+// Thread-safety: all functions may be called from any thread; a thread must
+// leave the lock as often as it entered it.
+#pragma once
+
+#include <mutex>
+
+#include "vyn/core/export.h"
+
+struct CRITICAL_SECTION {
+  std::recursive_mutex mutex;
+};
+
+VYN_EXPORT void InitializeCriticalSection(CRITICAL_SECTION* section);
+VYN_EXPORT void EnterCriticalSection(CRITICAL_SECTION* section);
+// Takes the lock without waiting; nonzero when it was taken.
+VYN_EXPORT int TryEnterCriticalSection(CRITICAL_SECTION* section);
+VYN_EXPORT void LeaveCriticalSection(CRITICAL_SECTION* section);
+VYN_EXPORT void DeleteCriticalSection(CRITICAL_SECTION* section);

@@ -1,0 +1,5 @@
+#include "vyn/plugins/plugin_manager.h"
+
+CVYNPluginManager::CVYNPluginManager() = default;
+
+CVYNPluginManager::~CVYNPluginManager() = default;
