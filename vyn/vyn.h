@@ -24,4 +24,6 @@
 #include "vyn/plugins/plugin_manager.h"
 #include "vyn/queue/message_queue.h"
 #include "vyn/serial/serial_port.h"
+#include "vyn/threads/monitored_thread.h"
+#include "vyn/threads/thread.h"
 #include "vyn/threads/thread_monitor.h"

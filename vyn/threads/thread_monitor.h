@@ -1,13 +1,31 @@
-// CVYNThreadMonitor: the registry of monitored threads and its watchdog.
-// Every monitored thread object takes its sequence number from GetNextID when
-// it is constructed, which is why the monitor is built before every other
-// service that owns a thread.
+// CVYNThreadMonitor: the registry of monitored threads and the watchdog that
+// supervises them.
+//
+// Registry: every CVYNMonitoredThread takes its sequence number from GetNextID
+// when it is constructed (which is why the monitor is built before every other
+// service that owns a thread) and is in the list while its thread runs.
+//
+// Watchdog: the thread "VYN Thread Monitor" checks every 500 ms; a heartbeat
+// more than 300 s old is a hang. Each hung thread is logged as fatal, then the
+// timeout flag is set, which freezes every monitored thread at its next
+// heartbeat, and, when crash handlers are installed, the process is ended
+// through the crash path (vyn/platform/crash.h).
+//
+// Ownership: the list holds pointers it does not own.
+// Thread-safety: the monitor's lock guards the list; it is taken before any
+// thread object's own lock (CheckObjects reads a hung thread's name and id
+// under it), never after. The timeout flag and the counter are atomic.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "vyn/core/export.h"
+#include "vyn/core/log_output.h"
+#include "vyn/platform/critical_section.h"
+#include "vyn/threads/monitored_thread.h"
 
 class VYN_EXPORT CVYNThreadMonitor {
  public:
@@ -16,14 +34,37 @@ class VYN_EXPORT CVYNThreadMonitor {
   CVYNThreadMonitor(const CVYNThreadMonitor&) = delete;
   CVYNThreadMonitor& operator=(const CVYNThreadMonitor&) = delete;
 
+  // Appends the pointer (no check for duplicates).
+  void RegisterObject(CVYNMonitoredThread* object);
+  // Removes the first occurrence; an unknown pointer changes nothing.
+  void UnregisterObject(CVYNMonitoredThread* object);
   // The counter's value, which is then incremented.
   int32_t GetNextID();
   // True once a hung thread has been detected; never cleared.
   bool IsObjectTimeout();
 
+  // Starts the watchdog thread; VYN_STATUS_BUSY while it runs.
+  int32_t Initialize();
+  // Stops the watchdog thread and waits for it.
+  int32_t Terminate();
+  // The body of the watchdog thread.
+  int32_t RunMonitorThread();
+  // One check of every registered thread.
+  void CheckObjects();
+
+  // The names of the registered threads, in registration order (for
+  // programs that show what runs).
+  std::vector<std::string> GetRegisteredThreadNames();
+
  private:
+  int32_t AddOutput(std::string text, _VYNSystemLogExEventType type);
+
+  std::vector<CVYNMonitoredThread*> objects_;
+  CRITICAL_SECTION lock_;
   std::atomic<bool> timeout_{false};
   std::atomic<int32_t> sequence_counter_{0};
+  // Declared after the counter: constructing it already takes a number.
+  CVYNMonitoredThread monitor_thread_;
 };
 
 VYN_EXPORT CVYNThreadMonitor& GetVYNThreadMonitor();

@@ -8,10 +8,10 @@ Event::Event(bool manual_reset, bool initially_set)
     : manual_reset_(manual_reset), set_(initially_set) {}
 
 void Event::Set() {
-  {
-    std::lock_guard lock(mutex_);
-    set_ = true;
-  }
+  // Notifying under the mutex lets a waiter destroy the event as soon as its
+  // wait returns: the setter touches nothing of it after unlocking.
+  std::lock_guard lock(mutex_);
+  set_ = true;
   if (manual_reset_) {
     changed_.notify_all();
   } else {

@@ -1,0 +1,53 @@
+// CVYNMonitoredThread: a thread that the thread monitor supervises. It is in
+// the monitor's list from the start of its thread until its function has
+// returned, and its function stamps a heartbeat (UpdateStatus) once per round
+// of its loop; a round must last less than the monitor's hang threshold.
+//
+// Once the monitor has found a hung thread, every monitored thread freezes in
+// its next heartbeat: it waits on its stop event 100 ms at a time and does not
+// return, so that nothing changes while the process is being ended. The one
+// way out is a stop request that clears the running flag (DestroyThread): the
+// frozen thread then returns, so that its owner's stop does not wait for ever.
+//
+// Ownership: the monitor keeps a pointer, not ownership; the destructor stops
+// the thread first and then leaves the monitor's list.
+// Thread-safety: the heartbeat is one atomic 64-bit value, written by the
+// thread and read by the watchdog without a lock. Lock order: the monitor's
+// lock before the thread object's own lock.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "vyn/core/export.h"
+#include "vyn/threads/thread.h"
+
+class VYN_EXPORT CVYNMonitoredThread : public CVYNThread {
+ public:
+  // Takes the next sequence number of the thread monitor.
+  CVYNMonitoredThread();
+  virtual ~CVYNMonitoredThread();
+
+  // Heartbeat: stamps the current UTC time in 100 ns units since 1601,
+  // registers a thread that is not yet registered, and freezes the caller
+  // while the monitor's timeout flag is set.
+  void UpdateStatus();
+  int64_t GetLastTimestamp();
+  void Unregister();
+  int32_t GetSequenceNumber() const { return sequence_number_; }
+
+ protected:
+  int32_t PreProcessThread() override;
+  int32_t PostProcessThread() override;
+
+ private:
+  friend class CVYNThreadMonitor;
+
+  void Register();
+  void Stamp();
+  void Freeze();
+
+  int32_t sequence_number_;
+  std::atomic<bool> registered_{false};
+  std::atomic<int64_t> last_heartbeat_{0};
+};
