@@ -36,8 +36,7 @@ TEST(MonitoredThreadTest, RegisteredWhileItsThreadRunsWithFreshHeartbeats) {
   EXPECT_EQ(first.GetLastTimestamp(), 0);
 
   first.SetThreadName("monitored-a");
-  ASSERT_EQ(first.CreateThread(&BeatUntilStopped, &first, nullptr, 0, 0, true),
-            VYN_STATUS_SUCCESS);
+  ASSERT_EQ(first.CreateThread(&BeatUntilStopped, &first, nullptr, 0, 0, true), VYN_STATUS_SUCCESS);
   EXPECT_EQ(CountRegistered("monitored-a"), 1u);
   const int64_t now = vyn::platform::GetSystemTimeAsFileTime();
   EXPECT_NEAR(static_cast<double>(first.GetLastTimestamp()), static_cast<double>(now), 5e7);

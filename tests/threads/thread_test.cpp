@@ -66,8 +66,7 @@ TEST(ThreadTest, StartStopAndTheStatesInBetween) {
   EXPECT_EQ(thread.GetExitCode(), 7u);
 
   // Ready for another run.
-  ASSERT_EQ(thread.CreateThread(&ReturnAtOnce, &thread, nullptr, 0, 0, true),
-            VYN_STATUS_SUCCESS);
+  ASSERT_EQ(thread.CreateThread(&ReturnAtOnce, &thread, nullptr, 0, 0, true), VYN_STATUS_SUCCESS);
   EXPECT_EQ(thread.DestroyThread(true), VYN_STATUS_SUCCESS);
   EXPECT_EQ(thread.GetExitCode(), 42u);
 }
@@ -82,8 +81,7 @@ TEST(ThreadTest, ExitCodesOfFunctionsHooksAndThrowingBodies) {
   // A function that returns by itself leaves the object running and holding
   // its thread until released.
   thread.SetExitCode(5);
-  ASSERT_EQ(thread.CreateThread(&ReturnAtOnce, &thread, nullptr, 0, 0, true),
-            VYN_STATUS_SUCCESS);
+  ASSERT_EQ(thread.CreateThread(&ReturnAtOnce, &thread, nullptr, 0, 0, true), VYN_STATUS_SUCCESS);
   const auto deadline = Clock::now() + std::chrono::seconds(10);
   while (thread.GetExitCode() != 42u && Clock::now() < deadline) std::this_thread::yield();
   EXPECT_EQ(thread.GetExitCode(), 42u);
@@ -141,8 +139,7 @@ TEST(ThreadTest, StopsRequestedEarlyFromInsideOrByDestruction) {
   CVYNThread early;
   early.DestroyThread(false);
   early.SetSoftStop();
-  ASSERT_EQ(early.CreateThread(&LoopUntilStopped, &early, nullptr, 1, 0, true),
-            VYN_STATUS_SUCCESS);
+  ASSERT_EQ(early.CreateThread(&LoopUntilStopped, &early, nullptr, 1, 0, true), VYN_STATUS_SUCCESS);
   EXPECT_TRUE(early.IsRunning());
   early.DestroyThread(true);
   EXPECT_EQ(early.GetExitCode(), 7u);

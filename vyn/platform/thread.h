@@ -21,8 +21,7 @@ using ThreadHandle = uintptr_t;
 
 // Starts entry(argument) on a new thread with the given stack size (0 = the
 // platform default; small sizes are raised to the platform minimum).
-bool StartThread(void (*entry)(void*), void* argument, uint32_t stack_size,
-                 ThreadHandle* handle);
+bool StartThread(void (*entry)(void*), void* argument, uint32_t stack_size, ThreadHandle* handle);
 void JoinThread(ThreadHandle handle);
 void DetachThread(ThreadHandle handle);
 bool IsCurrentThread(ThreadHandle handle);

@@ -36,9 +36,8 @@ CVYNThread::~CVYNThread() {
 }
 
 int32_t CVYNThread::CreateThread(VYN_THREAD_FUNCTION function, void* parameter,
-                                 SECURITY_ATTRIBUTES* /*security_attributes*/,
-                                 uint32_t stack_size, uint32_t /*creation_flags*/,
-                                 bool wait_for_start) {
+                                 SECURITY_ATTRIBUTES* /*security_attributes*/, uint32_t stack_size,
+                                 uint32_t /*creation_flags*/, bool wait_for_start) {
   CVYNSynchronize guard(&lock_, true);
   if (HasThread()) return VYN_STATUS_BUSY;
   // A released thread may still be finishing its procedure; the record and

@@ -103,7 +103,7 @@ class VYN_EXPORT CVYNThread {
   std::atomic<uint32_t> exit_code_{0};
   vyn::platform::Event start_event_{true};
   CRITICAL_SECTION lock_;
-  std::string name_;  // guarded by name_mutex_, never by lock_, so the thread
+  std::string name_;       // guarded by name_mutex_, never by lock_, so the thread
   std::mutex name_mutex_;  // itself may read it before it signals its start
   vyn::platform::Event stop_event_{true};
   // Set by the new thread once its id is known, and when the procedure is

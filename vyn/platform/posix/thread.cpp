@@ -29,8 +29,7 @@ std::string KernelName(const std::string& name) { return name.substr(0, 15); }
 
 }  // namespace
 
-bool StartThread(void (*entry)(void*), void* argument, uint32_t stack_size,
-                 ThreadHandle* handle) {
+bool StartThread(void (*entry)(void*), void* argument, uint32_t stack_size, ThreadHandle* handle) {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   if (stack_size != 0) {
