@@ -205,7 +205,7 @@ bool WriteProfileString(const std::string& section, const std::string& key,
   } else {
     updated = content;
     if (!updated.empty() && updated.back() != '\n') updated += eol;
-    updated += "[" + std::string(name) + "]" + eol + entry + eol;
+    updated.append("[").append(name).append("]").append(eol).append(entry).append(eol);
   }
   return WriteWholeFile(path, updated);
 }
