@@ -140,7 +140,7 @@ std::vector<uint8_t> CcpuResponder::Control(const std::vector<uint8_t>& request)
     if (IsEncoderAxis(property)) {
       state_.axis_setpoint[property - kPropertyEncoderAxis1] = static_cast<int16_t>(value);
     } else if (property == kPropertyUpdateFirmware) {
-      state_.firmware_update_value = value;
+      // Accepted; there is no firmware to update behind this simulation.
     } else if (property == kPropertyAllMotors) {
       // Stop every axis where it is.
       for (int i = 0; i < 3; ++i) state_.axis_setpoint[i] = state_.axis_position[i];

@@ -72,7 +72,6 @@ struct DeviceState {
   // set-points at every tick of the device.
   int16_t axis_position[3] = {0, 0, 0};
   int16_t axis_setpoint[3] = {0, 0, 0};
-  uint16_t firmware_update_value = 0;
   uint32_t i2c_errors = 0;
   uint16_t loops_per_second = 1000;
 
@@ -98,7 +97,10 @@ struct DeviceState {
     loops_per_second = static_cast<uint16_t>(995 + ticks % 11);
   }
 
-  uint8_t McpuState() const { return static_cast<uint8_t>(0x10 | (motors_on ? 0x01 : 0x00)); }
+  // Bit 4: ready; bit 0: motors on; bit 1: encoder calibration stored.
+  uint8_t McpuState() const {
+    return static_cast<uint8_t>(0x10 | (motors_on ? 0x01 : 0) | (calibration_stored ? 0x02 : 0));
+  }
 };
 
 }  // namespace vyn::sim

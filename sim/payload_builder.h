@@ -11,6 +11,9 @@ namespace vyn::sim {
 
 class PayloadBuilder {
  public:
+  // Room for every payload the device sends without growing.
+  PayloadBuilder() { bytes_.reserve(256); }
+
   PayloadBuilder& Byte(uint8_t value) {
     bytes_.push_back(value);
     return *this;
@@ -39,7 +42,6 @@ class PayloadBuilder {
     if (bytes_.size() < size) bytes_.resize(size, 0);
     return *this;
   }
-  size_t size() const { return bytes_.size(); }
   const std::vector<uint8_t>& bytes() const { return bytes_; }
 
  private:

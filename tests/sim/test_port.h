@@ -42,8 +42,12 @@ inline Bytes Ccpu(uint16_t id, const Bytes& payload = {}) {
 }
 
 inline Bytes Mcpu(uint8_t id, const Bytes& payload = {}) {
-  Bytes frame = {0x3E, id, static_cast<uint8_t>(payload.size()),
-                 static_cast<uint8_t>(id + payload.size())};
+  Bytes frame;
+  frame.reserve(payload.size() + 5);
+  frame.push_back(0x3E);
+  frame.push_back(id);
+  frame.push_back(static_cast<uint8_t>(payload.size()));
+  frame.push_back(static_cast<uint8_t>(id + payload.size()));
   frame.insert(frame.end(), payload.begin(), payload.end());
   frame.push_back(Sum(payload, 0, payload.size()));
   return frame;
