@@ -71,6 +71,8 @@ class SimDeviceProcess {
     to_child_ = -1;
   }
 
+  void Interrupt() { kill(pid_, SIGINT); }
+
   int Wait() {
     if (pid_ <= 0) return -1;
     int status = 0;
@@ -121,6 +123,16 @@ TEST(SimCommandTest, PrintsThePortFirstAndTakesFaultCommands) {
   child.CloseInput();
   EXPECT_EQ(child.Wait(), 0);
   struct stat info {};
+  EXPECT_NE(lstat(path.c_str(), &info), 0) << "the port link outlived the program";
+}
+
+TEST(SimCommandTest, CtrlCEndsItCleanly) {
+  SimDeviceProcess child;
+  const std::string path = child.Line();
+  struct stat info {};
+  ASSERT_EQ(lstat(path.c_str(), &info), 0) << path;
+  child.Interrupt();
+  EXPECT_EQ(child.Wait(), 0);
   EXPECT_NE(lstat(path.c_str(), &info), 0) << "the port link outlived the program";
 }
 
