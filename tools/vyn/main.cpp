@@ -8,6 +8,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string("vyn ") + VYN_VERSION);
   app.require_subcommand(1);
   vyn::tool::AddDemoCommand(app);
+  vyn::tool::AddSimCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

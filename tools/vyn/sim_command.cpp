@@ -1,0 +1,185 @@
+// vyn sim device: a simulated device on a pseudo-terminal, steered from
+// standard input so that a person or a script can inject faults while a
+// program under test talks to it.
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/device_simulator.h"
+#include "tools/vyn/commands.h"
+#include "vyn/platform/console_input.h"
+
+namespace vyn::tool {
+namespace {
+
+constexpr const char* kCommandHelp =
+    "Commands on standard input, one per line; each answers with one line, help with this list:\n"
+    "  drop                     the next frame loses the byte in its middle\n"
+    "  badsum [header|payload]  the next frame has a wrong checksum (default: payload)\n"
+    "  garbage N                send N bytes of garbage now (never a start byte)\n"
+    "  stall MS                 send nothing for MS milliseconds\n"
+    "  split [MS]               send the next frame in two halves, MS apart (default 2500)\n"
+    "  unplug                   close the terminal: the port hangs up, the path goes away\n"
+    "  replug                   a new terminal under the same path\n"
+    "  notify on|off            periodic status, trace and debug notifications\n"
+    "  period MS                the notification period\n"
+    "  channels 1|2             answer as a rocker (1) or a joystick (2)\n"
+    "  stats                    print the counters\n"
+    "  help                     print this list\n"
+    "  quit                     stop, as the end of input or Ctrl-C do\n";
+
+struct SimOptions {
+  std::string directory;
+  std::string name = "device";
+  bool rocker = false;
+  bool notify = false;
+  unsigned period_ms = 100;
+};
+
+std::vector<std::string_view> SplitWords(std::string_view line) {
+  std::vector<std::string_view> words;
+  size_t at = 0;
+  while (at < line.size()) {
+    const size_t start = line.find_first_not_of(" \t", at);
+    if (start == std::string_view::npos) break;
+    const size_t end = std::min(line.find_first_of(" \t", start), line.size());
+    words.push_back(line.substr(start, end - start));
+    at = end;
+  }
+  return words;
+}
+
+bool ParseNumber(std::string_view text, unsigned* value) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+void PrintCounters(const sim::DeviceSimulator& device) {
+  const sim::DeviceSimulatorCounters c = device.counters();
+  std::printf(
+      "stats: requests %llu; bad %llu; unknown %llu; stale %llu; replies %llu; "
+      "notifications %llu; lost %llu; bytes received %llu; bytes sent %llu; stray %llu; "
+      "garbage %llu; faults %llu; %s\n",
+      static_cast<unsigned long long>(c.requests), static_cast<unsigned long long>(c.bad_requests),
+      static_cast<unsigned long long>(c.unknown_requests),
+      static_cast<unsigned long long>(c.stale_requests), static_cast<unsigned long long>(c.replies),
+      static_cast<unsigned long long>(c.notifications),
+      static_cast<unsigned long long>(c.lost_frames),
+      static_cast<unsigned long long>(c.bytes_received),
+      static_cast<unsigned long long>(c.bytes_sent), static_cast<unsigned long long>(c.stray_bytes),
+      static_cast<unsigned long long>(c.garbage_bytes),
+      static_cast<unsigned long long>(c.faults_applied),
+      device.IsPlugged() ? "plugged" : "unplugged");
+}
+
+// Carries out one command line; false for "quit".
+bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view>& words) {
+  using std::chrono::milliseconds;
+  const std::string_view command = words[0];
+  const std::string_view argument = words.size() > 1 ? words[1] : std::string_view();
+  unsigned number = 0;
+  const bool has_number = ParseNumber(argument, &number);
+  const char* answer = nullptr;
+  if (command == "drop") {
+    device.DropByte();
+    answer = "ok: the next frame loses a byte";
+  } else if (command == "badsum" && (argument.empty() || argument == "payload")) {
+    device.CorruptChecksum(sim::ChecksumKind::kPayload);
+    answer = "ok: the next frame has a wrong payload checksum";
+  } else if (command == "badsum" && argument == "header") {
+    device.CorruptChecksum(sim::ChecksumKind::kHeader);
+    answer = "ok: the next frame has a wrong header checksum";
+  } else if (command == "garbage" && has_number) {
+    device.SendGarbage(number);
+    answer = "ok: garbage sent";
+  } else if (command == "stall" && has_number) {
+    device.Stall(milliseconds(number));
+    answer = "ok: stalled";
+  } else if (command == "split" && (argument.empty() || has_number)) {
+    device.SplitNextFrame(milliseconds(argument.empty() ? 2500 : number));
+    answer = "ok: the next frame is split";
+  } else if (command == "unplug") {
+    answer = device.Unplug() ? "ok: unplugged" : "error: unplug failed";
+  } else if (command == "replug") {
+    answer = device.Replug() ? "ok: plugged in" : "error: replug failed";
+  } else if (command == "notify" && (argument == "on" || argument == "off")) {
+    device.SetNotifications(argument == "on");
+    answer = argument == "on" ? "ok: notifications on" : "ok: notifications off";
+  } else if (command == "period" && has_number && number > 0) {
+    device.SetNotificationPeriod(milliseconds(number));
+    answer = "ok: period set";
+  } else if (command == "channels" && has_number && (number == 1 || number == 2)) {
+    device.SetTwoChannelInput(number == 2);
+    answer = number == 2 ? "ok: joystick" : "ok: rocker";
+  } else if (command == "stats") {
+    PrintCounters(device);
+  } else if (command == "help") {
+    std::fputs(kCommandHelp, stdout);
+  } else if (command == "quit" || command == "exit") {
+    return false;
+  } else {
+    answer = "error: unknown command or argument (try help)";
+  }
+  if (answer != nullptr) std::printf("%s\n", answer);
+  return true;
+}
+
+int RunSimDevice(const SimOptions& options) {
+  // Before the simulator's thread exists, so that Ctrl-C reaches us as input.
+  platform::ConsoleInput input;
+  sim::DeviceSimulatorOptions settings;
+  settings.link_directory = options.directory;
+  settings.link_name = options.name;
+  settings.two_channel_input = !options.rocker;
+  settings.notifications = options.notify;
+  settings.notification_period = std::chrono::milliseconds(options.period_ms);
+  sim::DeviceSimulator device(settings);
+  if (!device.Start()) {
+    std::fprintf(stderr, "vyn sim device: the simulated device could not be started\n");
+    return 1;
+  }
+  std::printf("%s\n", device.port_path().c_str());
+  std::fflush(stdout);
+  std::string line;
+  while (input.ReadLine(&line) == platform::ConsoleInput::Result::kLine) {
+    const std::vector<std::string_view> words = SplitWords(line);
+    if (words.empty()) continue;
+    if (!RunCommand(device, words)) break;
+    std::fflush(stdout);
+  }
+  device.Stop();
+  return 0;
+}
+
+}  // namespace
+
+void AddSimCommand(CLI::App& app) {
+  CLI::App* sim = app.add_subcommand("sim", "Simulated devices on pseudo-terminals");
+  sim->require_subcommand(1);
+  auto options = std::make_shared<SimOptions>();
+  CLI::App* device = sim->add_subcommand(
+      "device",
+      "Run a simulated device; prints the port path to open on its first line and runs until "
+      "standard input ends, 'quit' or Ctrl-C");
+  device->add_option("--dir", options->directory,
+                     "Existing directory for the port link (default: a new one below /tmp)");
+  device->add_option("--name", options->name, "Name of the port link")->capture_default_str();
+  device->add_flag("--rocker", options->rocker,
+                   "Answer as a one-channel input (default: joystick)");
+  device->add_flag("--notify", options->notify, "Start with notifications on");
+  device->add_option("--period", options->period_ms, "Notification period in milliseconds")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, 60000u));
+  device->footer(kCommandHelp);
+  device->callback([options] {
+    const int result = RunSimDevice(*options);
+    if (result != 0) throw CLI::RuntimeError(result);
+  });
+}
+
+}  // namespace vyn::tool

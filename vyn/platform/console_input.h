@@ -1,0 +1,41 @@
+// Standard input, line by line, for programs that run until their input ends
+// or the user presses Ctrl-C: an interrupt or termination request becomes an
+// ordinary result of ReadLine instead of ending the process at once, so the
+// program can clean up (remove files it made, stop its threads).
+//
+// Construct the object before starting any thread: it blocks SIGINT and
+// SIGTERM for the constructing thread, threads started afterwards inherit
+// that, and the signals are then received through a descriptor. Destruction
+// restores the previous signal mask of the constructing thread; stop the
+// other threads first.
+//
+// Ownership: owns its signal descriptor. One object per process.
+// Thread-safety: none; one thread constructs, reads and destroys it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace vyn::platform {
+
+class ConsoleInput {
+ public:
+  enum class Result { kLine, kEndOfInput, kInterrupted };
+
+  ConsoleInput();
+  ~ConsoleInput();
+  ConsoleInput(const ConsoleInput&) = delete;
+  ConsoleInput& operator=(const ConsoleInput&) = delete;
+
+  // Waits for the next line (without its line end; a last line without one
+  // counts too), the end of input, or an interrupt.
+  Result ReadLine(std::string* line);
+
+ private:
+  struct SignalState;
+  std::unique_ptr<SignalState> signals_;
+  std::string buffered_;
+  bool end_of_input_ = false;
+};
+
+}  // namespace vyn::platform
