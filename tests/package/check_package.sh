@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# check_package.sh BUILD_DIR SOURCE_DIR
+set -euo pipefail
+build=$1
+source=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix="$work/prefix"
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+library=$(find "$prefix" -name 'libvyn.so' | head -n 1)
+[ -n "$library" ] || { echo "libvyn.so not installed"; exit 1; }
+[ -f "$prefix/include/vyn/vyn.h" ] || { echo "umbrella header not installed"; exit 1; }
+
+# Exactly the interface is exported: the accessors and free functions are
+# there, the platform layer's internals are not.
+nm -D --defined-only "$library" | c++filt >"$work/exports"
+for name in GetVYNLanguage GetVYNSystemLogEx GetVYNThreadMonitor GetVYNSerialPort \
+            GetVYNMessageQueue GetVYNPluginManager GetVYNCommandSet GetVYNCommandDump \
+            GetVYNCommandHelper GetVYNIniManager GetVYNMemoryDump GetVYNCommandLine \
+            GetVYNFileHeader GetVYNSTM32BootLoader GetVYNMain \
+            'GetVYNStatusAsString[abi:cxx11](int)' 'GetSystemTimeInMs()' 'ConvertDateToMs(SYSTEMTIME)'; do
+  grep -q -F " $name" "$work/exports" || { echo "not exported: $name"; exit 1; }
+done
+if grep -q -E 'vyn::platform::|vyn::language::|LogAddOutput' "$work/exports"; then
+  echo "internal symbols exported:"; grep -E 'vyn::platform::|vyn::language::|LogAddOutput' "$work/exports"
+  exit 1
+fi
+soname=$(objdump -p "$library" | awk '/SONAME/ {print $2}')
+[ "$soname" = "libvyn.so.1" ] || { echo "unexpected soname: $soname"; exit 1; }
+
+# An outside CMake project finds the package.
+cmake -S "$source/tests/package/consumer" -B "$work/consumer" -G Ninja \
+      -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/consumer" >/dev/null
+"$work/consumer/vyn_consumer"
+
+# And a plain compiler call through pkg-config.
+export PKG_CONFIG_PATH
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vyn.pc | head -n 1)")
+# shellcheck disable=SC2046
+c++ "$source/tests/package/consumer/consumer.cpp" -o "$work/pkg_consumer" \
+    $(pkg-config --cflags --libs vyn)
+LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_consumer"
+echo "package check passed"
