@@ -3,17 +3,6 @@
 #include "vyn/core/status.h"
 #include "vyn/platform/clock.h"
 
-CVYNSynchronize::CVYNSynchronize(CRITICAL_SECTION* lock, bool enter) : lock_(lock) {
-  if (enter && lock_ != nullptr) {
-    EnterCriticalSection(lock_);
-    entered_ = true;
-  }
-}
-
-CVYNSynchronize::~CVYNSynchronize() {
-  if (entered_ && lock_ != nullptr) LeaveCriticalSection(lock_);
-}
-
 int32_t CVYNSynchronize::Initialize(CRITICAL_SECTION* lock, bool enter) {
   if (entered_ && lock_ != nullptr) {
     LeaveCriticalSection(lock_);

@@ -19,8 +19,17 @@ class VYN_EXPORT CVYNSynchronize {
   CVYNSynchronize() = default;
   // Refers to `lock`; with `enter` and a present lock, takes it, waiting as
   // long as needed.
-  CVYNSynchronize(CRITICAL_SECTION* lock, bool enter);
-  ~CVYNSynchronize();
+  // The untimed paths are inline: they sit on every service's hot path, where
+  // a guard should cost no more than the lock itself.
+  CVYNSynchronize(CRITICAL_SECTION* lock, bool enter) : lock_(lock) {
+    if (enter && lock_ != nullptr) {
+      lock_->mutex.lock();
+      entered_ = true;
+    }
+  }
+  ~CVYNSynchronize() {
+    if (entered_ && lock_ != nullptr) lock_->mutex.unlock();
+  }
   CVYNSynchronize& operator=(const CVYNSynchronize& other) = default;
 
   // Gives back the current lock if held, then refers to `lock`. With

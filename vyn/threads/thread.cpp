@@ -62,8 +62,6 @@ int32_t CVYNThread::CreateThread(VYN_THREAD_FUNCTION function, void* parameter,
     return VYN_STATUS_INVALID_HANDLE;
   }
   has_handle_ = true;
-  // The id is known only inside the new thread; it publishes it first thing.
-  id_published_.Wait(kInfinite);
   if (wait_for_start) start_event_.Wait(kInfinite);
   return VYN_STATUS_SUCCESS;
 }
@@ -191,13 +189,20 @@ int32_t CVYNThread::GetThreadName(std::string& name) {
 int32_t CVYNThread::GetThreadID(uint32_t& id) {
   CVYNSynchronize guard(&lock_, true);
   if (!HasThread()) return VYN_STATUS_INVALID_HANDLE;
-  id = thread_id_;
+  id = PublishedThreadId();
   return VYN_STATUS_SUCCESS;
 }
 
 uint32_t CVYNThread::GetThreadID() {
   CVYNSynchronize guard(&lock_, true);
-  return HasThread() ? thread_id_.load() : kNoThreadId;
+  return HasThread() ? PublishedThreadId() : kNoThreadId;
+}
+
+uint32_t CVYNThread::PublishedThreadId() {
+  // The id is known only inside the new thread, which publishes it first
+  // thing; the creator does not wait for that, the first reader does.
+  id_published_.Wait(kInfinite);
+  return thread_id_;
 }
 
 int32_t CVYNThread::SetSoftStop() {

@@ -84,6 +84,7 @@ class VYN_EXPORT CVYNThread {
   static void ThreadProcedure(void* self);
   void RunProcedure();
   bool HasThread() const { return has_handle_; }
+  uint32_t PublishedThreadId();
   // Stops and, unless called from the thread itself, joins; under lock_.
   void StopLocked(bool wait);
 
