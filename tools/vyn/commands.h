@@ -7,5 +7,6 @@
 namespace vyn::tool {
 
 void AddDemoCommand(CLI::App& app);
+void AddFrameCommand(CLI::App& app);
 
 }  // namespace vyn::tool

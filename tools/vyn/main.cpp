@@ -8,9 +8,11 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string("vyn ") + VYN_VERSION);
   app.require_subcommand(1);
   vyn::tool::AddDemoCommand(app);
+  vyn::tool::AddFrameCommand(app);
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
+  } catch (const CLI::Error& error) {
+    // Parse errors and the failures that sub-commands report alike.
     return app.exit(error);
   }
   return 0;
