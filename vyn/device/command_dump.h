@@ -35,8 +35,8 @@
 
 class VYN_EXPORT CVYNCommandDump : private CVYNCommandSet {
  public:
-  static constexpr int kDumpTextSize = 1024;
-  static constexpr int kShortTextSize = 128;
+  // Enumerators, not data members, for the reason given in command_set.h.
+  enum : int { kDumpTextSize = 1024, kShortTextSize = 128 };
 
   CVYNCommandDump();
   ~CVYNCommandDump();

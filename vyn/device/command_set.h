@@ -56,10 +56,15 @@
 
 class VYN_EXPORT CVYNCommandSet {
  public:
-  // Capacities that callers of the list parsers must provide.
-  static constexpr int kMaxStatusCodes = 255;        // ProcessAckGetStatus/Control
-  static constexpr int kMaxStatusProperties = 255;   // ProcessNotStatus ids
-  static constexpr int kMaxStatusValueBytes = 1020;  // ProcessNotStatus values
+  // Capacities that callers of the list parsers must provide. Enumerators
+  // rather than static data members: a data member that is bound to a
+  // reference becomes a unique symbol, and a library with one can no longer
+  // be unloaded.
+  enum : int {
+    kMaxStatusCodes = 255,        // ProcessAckGetStatus/Control
+    kMaxStatusProperties = 255,   // ProcessNotStatus ids
+    kMaxStatusValueBytes = 1020,  // ProcessNotStatus values
+  };
 
   CVYNCommandSet();
   // Not virtual: the object is never deleted through a base pointer, and the
