@@ -8,5 +8,6 @@ namespace vyn::tool {
 
 void AddDemoCommand(CLI::App& app);
 void AddSimCommand(CLI::App& app);
+void AddFrameCommand(CLI::App& app);
 
 }  // namespace vyn::tool

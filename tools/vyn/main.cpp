@@ -9,9 +9,11 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   vyn::tool::AddDemoCommand(app);
   vyn::tool::AddSimCommand(app);
+  vyn::tool::AddFrameCommand(app);
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
+  } catch (const CLI::Error& error) {
+    // Parse errors and the failures that sub-commands report alike.
     return app.exit(error);
   }
   return 0;

@@ -205,6 +205,8 @@ bool WriteProfileString(const std::string& section, const std::string& key,
   } else {
     updated = content;
     if (!updated.empty() && updated.back() != '\n') updated += eol;
+    // Appended piece by piece: g++ 12 at -O3 warns (-Wrestrict, a false
+    // positive) about the temporary that a chain of operator+ builds here.
     updated.append("[").append(name).append("]").append(eol).append(entry).append(eol);
   }
   return WriteWholeFile(path, updated);

@@ -1,0 +1,114 @@
+#include "vyn/device/command_dump.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "tests/support/test_frames.h"
+#include "vyn/core/status.h"
+
+namespace {
+
+using vyn::test::Bytes;
+using vyn::test::CcpuFrame;
+using vyn::test::McpuFrame;
+using vyn::test::Record;
+using vyn::test::ToRecord;
+
+std::string Render(CVYNCommandDump& dump, const Bytes& frame) {
+  Record record = ToRecord(frame);
+  dump.DumpAcknowledgeOrNotification(record.data());
+  return dump.GetCommandDump();
+}
+
+TEST(CommandDumpTest, FramesWithoutALineLeaveThePreviousOne) {
+  CVYNCommandDump dump;
+  const std::string line = Render(dump, CcpuFrame(0x4003, {2}));
+  ASSERT_EQ(line, "CCPU_CMD_ID_ACK_DUMP_SETTINGS; internal status; 0; status; 2");
+
+  Record not_a_frame = ToRecord({0x41, 0x03, 0x40, 0x01, 0x00});
+  EXPECT_EQ(dump.DumpAcknowledgeOrNotification(not_a_frame.data()), VYN_STATUS_NOT_IMPLEMENTED);
+  // A request id, an unknown notification, a trace, an unknown MCPU id, a
+  // confirmation of an unknown command and one with four payload bytes.
+  for (const Bytes& frame :
+       {CcpuFrame(0x0001, {}), CcpuFrame(0x8003, {1}), CcpuFrame(0xBFFE, {1, 0}),
+        McpuFrame(0x17, Bytes(63, 0)), McpuFrame(0x43, {0x56}), McpuFrame(0x43, {0x45, 1, 2, 3})}) {
+    EXPECT_EQ(Render(dump, frame), line);
+  }
+  EXPECT_EQ(dump.ClearCommandDump(), 0);
+  EXPECT_STREQ(dump.GetCommandDump(), "");
+}
+
+TEST(CommandDumpTest, RendersCodesPropertiesAndValues) {
+  CVYNCommandDump dump;
+  EXPECT_STREQ(dump.GetStatusString(4), "STATUS_BUSY");
+  EXPECT_STREQ(dump.GetStatusString(127), "STATUS_GENERAL_ERROR");
+  EXPECT_STREQ(dump.GetStatusString(9), "9 - unknown status code");
+  EXPECT_STREQ(dump.GetPropertyName(26), "I2C Errors");
+  EXPECT_STREQ(dump.GetPropertyName(128), "Update Firmware");
+  EXPECT_STREQ(dump.GetPropertyName(3), "3 - unknown property");
+
+  struct Case {
+    unsigned char id;
+    Bytes value;
+    const char* text;
+    unsigned char size;
+  };
+  const Case cases[] = {
+      {5, {0x00, 0x10}, "90.000; degrees", 2},
+      {7, {0x00, 0xF0}, "-90.000; degrees", 2},
+      {6, {0x01, 0x00}, "0.022; degrees", 2},
+      {26, {1, 0, 0, 1}, "16777217", 4},
+      {27, {0xFF, 0xFF}, "65535", 2},
+      {128, {0x34, 0x12}, "0x1234", 2},
+      {0, {0xAA, 0xAA}, "0 - unknown property", 0},
+  };
+  for (const Case& c : cases) {
+    Bytes value = c.value;
+    unsigned char size = 99;
+    EXPECT_STREQ(dump.GetPropertyValue(c.id, value.data(), &size), c.text) << int{c.id};
+    EXPECT_EQ(size, c.size) << int{c.id};
+  }
+}
+
+TEST(CommandDumpTest, ListsStopAtTheLastPieceThatFitsWhole) {
+  CVYNCommandDump dump;
+  // 255 unknown codes need far more than 1023 characters.
+  const std::string line = Render(dump, CcpuFrame(0x4011, Bytes(255, 9)));
+  ASSERT_LE(line.size(), 1023u);
+  const std::string head = "CCPU_CMD_ID_ACK_CONTROL; internal status; 0; status count; 255";
+  ASSERT_EQ(line.rfind(head, 0), 0u);
+  std::string expected = head;
+  for (int i = 1;; ++i) {
+    const std::string piece = "; status " + std::to_string(i) + "; 9 - unknown status code";
+    if (expected.size() + piece.size() > 1023) break;
+    expected += piece;
+  }
+  EXPECT_EQ(line, expected);
+
+  // Properties likewise: 204 loop counts of 3 bytes each.
+  Bytes payload;
+  for (int i = 0; i < 204; ++i) payload.insert(payload.end(), {27, 0x10, 0x27});
+  const std::string status_line = Render(dump, CcpuFrame(0x8002, payload));
+  ASSERT_LE(status_line.size(), 1023u);
+  const std::string piece = "; Loops per Second; 10000";
+  EXPECT_GT(status_line.size() + piece.size(), 1023u);
+  EXPECT_EQ(status_line.substr(status_line.size() - piece.size()), piece);
+
+  // A long debug text is cut with the line.
+  Bytes debug = {1, 0, 2};
+  debug.insert(debug.end(), 1000, 'x');
+  const std::string debug_line = Render(dump, CcpuFrame(0xBFFF, debug));
+  EXPECT_EQ(debug_line.size(), 1023u);
+  EXPECT_EQ(debug_line.rfind("CCPU_CMD_ID_NOT_DEBUG; internal status; 0; source; 0x0001", 0), 0u);
+
+  char small[8];
+  EXPECT_EQ(dump.GetCommandDump(small, sizeof small), dump.GetCommandDump());
+  EXPECT_STREQ(small, "CCPU_CM");
+  std::memset(small, 'q', sizeof small);
+  dump.GetCommandDump(small, 0);
+  EXPECT_EQ(small[0], 'q');
+}
+
+}  // namespace

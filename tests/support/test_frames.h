@@ -1,0 +1,85 @@
+// Device frames written out byte by byte for the tests, with checksums of
+// the tests' own, so that a fault in the library's framing cannot hide
+// behind the same fault in its test data.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace vyn::test {
+
+using Bytes = std::vector<unsigned char>;
+
+inline unsigned char ByteSum(const unsigned char* bytes, size_t count) {
+  unsigned int sum = 0;
+  for (size_t i = 0; i < count; ++i) sum += bytes[i];
+  return static_cast<unsigned char>(sum & 0xFF);
+}
+
+// 'B', id (LE), N (LE), sequence, header sum, payload, payload sum if N > 0.
+inline Bytes CcpuFrame(uint16_t id, const Bytes& payload, unsigned char sequence = 1) {
+  const size_t n = payload.size();
+  Bytes frame = {0x42,
+                 static_cast<unsigned char>(id & 0xFF),
+                 static_cast<unsigned char>(id >> 8),
+                 static_cast<unsigned char>(n & 0xFF),
+                 static_cast<unsigned char>(n >> 8),
+                 sequence};
+  frame.push_back(ByteSum(frame.data() + 1, 5));
+  frame.insert(frame.end(), payload.begin(), payload.end());
+  if (n > 0) frame.push_back(ByteSum(payload.data(), n));
+  return frame;
+}
+
+// '>', id, N, header sum, payload, payload sum (0 for an empty payload).
+inline Bytes McpuFrame(unsigned char id, const Bytes& payload) {
+  const auto n = static_cast<unsigned char>(payload.size());
+  Bytes frame = {0x3E, id, n, static_cast<unsigned char>((id + n) & 0xFF)};
+  frame.insert(frame.end(), payload.begin(), payload.end());
+  frame.push_back(ByteSum(payload.data(), payload.size()));
+  return frame;
+}
+
+inline Bytes Le16(uint16_t value) {
+  return {static_cast<unsigned char>(value & 0xFF), static_cast<unsigned char>(value >> 8)};
+}
+
+inline Bytes Le32(uint32_t value) {
+  return {static_cast<unsigned char>(value & 0xFF), static_cast<unsigned char>(value >> 8),
+          static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24)};
+}
+
+inline Bytes F32(float value) {
+  uint32_t bits = 0;
+  std::memcpy(&bits, &value, sizeof bits);
+  return Le32(bits);
+}
+
+// The characters and the terminating zero.
+inline Bytes Text(const std::string& text) {
+  Bytes bytes(text.begin(), text.end());
+  bytes.push_back(0);
+  return bytes;
+}
+
+inline Bytes Cat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// A frame record: the frame, then `fill` up to 1024 bytes.
+using Record = std::array<unsigned char, 1024>;
+inline Record ToRecord(const Bytes& frame, unsigned char fill = 0) {
+  Record record;
+  record.fill(fill);
+  std::memcpy(record.data(), frame.data(), std::min(frame.size(), record.size()));
+  return record;
+}
+
+}  // namespace vyn::test
