@@ -26,12 +26,12 @@ struct Received {
 };
 
 // Records what its dispatch thread hands to ProcessMessage; an optional hook
-// runs first (and may throw). Notes its own deletion in `deleted`.
+// runs first (and may throw). Notes its own deletion in `deleted`. Its
+// destructor leaves the thread alone: whoever owns it terminates it first.
 class RecordingQueue : public CVYNMessageQueue {
  public:
   explicit RecordingQueue(std::atomic<bool>* deleted = nullptr) : deleted_(deleted) {}
   ~RecordingQueue() override {
-    Terminate();  // the dispatch thread must end before this part goes
     if (deleted_ != nullptr) *deleted_ = true;
   }
 
@@ -98,6 +98,7 @@ TEST(MessageQueueTest, IdleThreadWakesAtOnceForAPush) {
     ASSERT_TRUE(queue.WaitFor(round));
     EXPECT_LT(Clock::now() - start, milliseconds(250)) << "round " << round;
   }
+  queue.Terminate();
 }
 
 TEST(MessageQueueTest, NotifyCopiesIntoEveryReceiverAndTerminateDeletesOnlyThose) {
