@@ -1,6 +1,7 @@
 #include "vyn/queue/message_queue.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -88,7 +89,7 @@ int32_t CVYNMessageQueue::PushMessage(CVYNMessage& message) {
   }
   // Woken after the lock is given back, so that the woken thread finds it
   // free rather than starting its 1 ms polling.
-  wake_.Set();
+  WakeDispatchThread();
   return VYN_STATUS_SUCCESS;
 }
 
@@ -165,7 +166,7 @@ int32_t CVYNMessageQueue::RunMessageLoopThread() {
       continue;
     }
     // Nothing pending, or the lock was busy for 100 ms.
-    wake_.Wait(kIdleWaitMs);
+    WaitForWakeUp(kIdleWaitMs);
   }
   return VYN_STATUS_SUCCESS;
 }
@@ -200,8 +201,27 @@ void CVYNMessageQueue::StopDispatchThread() {
   // The stop request first, then the wake-up: the woken loop must already
   // find its running flag cleared.
   dispatch_thread_.DestroyThread(false);
-  wake_.Set();
+  WakeDispatchThread();
   dispatch_thread_.DestroyThread(true);
+}
+
+void CVYNMessageQueue::WakeDispatchThread() {
+  bool idle;
+  {
+    std::lock_guard lock(wake_mutex_);
+    wake_pending_ = true;
+    idle = thread_idle_;
+  }
+  if (idle) wake_changed_.notify_one();
+}
+
+void CVYNMessageQueue::WaitForWakeUp(uint32_t milliseconds) {
+  std::unique_lock lock(wake_mutex_);
+  thread_idle_ = true;
+  wake_changed_.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                         [this] { return wake_pending_; });
+  thread_idle_ = false;
+  wake_pending_ = false;
 }
 
 int32_t CVYNMessageQueue::AddOutput(const std::string& text, _VYNSystemLogExEventType type) {

@@ -50,15 +50,16 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "vyn/core/export.h"
 #include "vyn/core/log_output.h"
 #include "vyn/platform/critical_section.h"
-#include "vyn/platform/event.h"
 #include "vyn/queue/message.h"
 #include "vyn/threads/monitored_thread.h"
 
@@ -114,6 +115,9 @@ class VYN_EXPORT CVYNMessageQueue {
   void ReportException(const CVYNMessage& message, const char* what) noexcept;
   // Stops the dispatch thread and waits for it.
   void StopDispatchThread();
+  void WakeDispatchThread();
+  // Waits at most `milliseconds` for a wake-up, and consumes it.
+  void WaitForWakeUp(uint32_t milliseconds);
   int32_t AddOutput(const std::string& text, _VYNSystemLogExEventType type);
 
   CVYNMonitoredThread dispatch_thread_;
@@ -126,12 +130,18 @@ class VYN_EXPORT CVYNMessageQueue {
   // Written under message_lock_, read without it.
   std::atomic<int32_t> message_count_{0};
   std::atomic<int64_t> discarded_count_{0};
-  // Ends the idle wait of the dispatch thread: set after each push, once the
-  // message lock is given back, and by a stop. An event of its own rather
+  // The idle wait of the dispatch thread, ended by every push (once the
+  // message lock is given back) and by a stop. A wake-up of its own rather
   // than the thread's soft-stop flag and stop event: a push racing the
   // loop's reset of those two could leave the event set and the flag clear,
-  // and the idle loop would then spin until the next push.
-  vyn::platform::Event wake_{false};
+  // and the idle loop would then spin until the next push. The condition is
+  // notified after its mutex is given back, so that the woken thread does
+  // not at once block on that mutex; and only while the thread is idle, so
+  // that a busy thread costs a push no system call.
+  std::mutex wake_mutex_;
+  std::condition_variable wake_changed_;
+  bool wake_pending_ = false;  // guarded by wake_mutex_
+  bool thread_idle_ = false;   // guarded by wake_mutex_
 };
 
 VYN_EXPORT CVYNMessageQueue& GetVYNMessageQueue();
