@@ -1,5 +1,229 @@
 #include "vyn/queue/message_queue.h"
 
-CVYNMessageQueue::CVYNMessageQueue() = default;
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <utility>
 
-CVYNMessageQueue::~CVYNMessageQueue() = default;
+#include "vyn/core/language.h"
+#include "vyn/core/status.h"
+#include "vyn/core/synchronize.h"
+
+namespace {
+
+constexpr uint32_t kMessageLockWaitMs = 100;
+constexpr uint32_t kIdleWaitMs = 500;
+
+}  // namespace
+
+CVYNMessageQueue::CVYNMessageQueue() : thread_name_("VYN Message Queue") {
+  char context[24];
+  std::snprintf(context, sizeof context, "0x%016llX",
+                static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(this)));
+  context_ = context;
+}
+
+CVYNMessageQueue::~CVYNMessageQueue() {
+  // The locks and the pending messages go before the thread object does;
+  // the thread must not outlive them.
+  StopDispatchThread();
+}
+
+int32_t CVYNMessageQueue::Initialize(bool with_dispatch_thread) {
+  if (dispatch_thread_.IsRunning()) return VYN_STATUS_BUSY;
+  int32_t status = VYN_STATUS_SUCCESS;
+  if (with_dispatch_thread) {
+    dispatch_thread_.SetThreadName(thread_name_);
+    status = dispatch_thread_.CreateThread(&CVYNMessageQueue::MessageLoopThread, this, nullptr, 0,
+                                           0, false);
+  }
+  if (status == VYN_STATUS_SUCCESS) {
+    AddOutput(GetVYNLanguage().GetString(VYN_MODULE_MESSAGE_QUEUE, 1), VYN_EVENT_INFORMATION);
+  } else {
+    AddOutput(GetVYNLanguage().GetString(VYN_MODULE_MESSAGE_QUEUE, 2), VYN_EVENT_ERROR);
+  }
+  return status;
+}
+
+int32_t CVYNMessageQueue::Terminate() {
+  std::vector<CVYNMessageQueue*> owned;
+  std::deque<CVYNMessage> discarded;
+  {
+    CVYNSynchronize receivers(&receiver_lock_, true);
+    CVYNSynchronize messages(&message_lock_, true);
+    // The dispatch thread cannot be stuck on the message lock meanwhile: it
+    // waits for it at most 100 ms.
+    StopDispatchThread();
+    owned.swap(receivers_);
+    discarded.swap(messages_);
+    message_count_.store(0, std::memory_order_relaxed);
+    discarded_count_.fetch_add(static_cast<int64_t>(discarded.size()), std::memory_order_relaxed);
+  }
+  // Deleted once the locks are given back: a receiver's handler that is
+  // still running may call into this queue (Notify, say) while its thread is
+  // being stopped. Nobody reaches the receivers through this queue any more.
+  for (CVYNMessageQueue* queue : owned) {
+    // Stopped before the destructor runs: the thread calls the derived
+    // ProcessMessage, whose part of the object goes first.
+    queue->StopDispatchThread();
+    delete queue;
+  }
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNMessageQueue::PushMessage(CVYNMessage& message) {
+  // The copy is made before the lock is taken, so that the dispatch thread
+  // (which waits for the lock only briefly) is not kept out while the bytes
+  // are copied.
+  CVYNMessage copy(message);
+  {
+    CVYNSynchronize guard(&message_lock_, true);
+    try {
+      messages_.push_back(std::move(copy));
+    } catch (const std::bad_alloc&) {
+      return VYN_STATUS_NO_MEMORY;
+    }
+    message_count_.fetch_add(1, std::memory_order_relaxed);
+  }
+  // Woken after the lock is given back, so that the woken thread finds it
+  // free rather than starting its 1 ms polling.
+  WakeDispatchThread();
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNMessageQueue::PopMessage(CVYNMessage& message) {
+  CVYNMessage oldest;
+  {
+    CVYNSynchronize guard(&message_lock_, false);
+    if (guard.Enter(kMessageLockWaitMs) != VYN_STATUS_SUCCESS) return VYN_STATUS_TIMEOUT;
+    if (messages_.empty()) return VYN_STATUS_UNSPECIFIC_ERROR;
+    oldest = std::move(messages_.front());
+    messages_.pop_front();
+    message_count_.fetch_sub(1, std::memory_order_relaxed);
+  }
+  // The argument's previous buffer is released outside the lock.
+  message = std::move(oldest);
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNMessageQueue::Register(CVYNMessageQueue* queue) {
+  if (queue == nullptr || queue == this) return VYN_STATUS_INVALID_PARAMETER;
+  CVYNSynchronize guard(&receiver_lock_, true);
+  if (std::find(receivers_.begin(), receivers_.end(), queue) != receivers_.end()) {
+    return VYN_STATUS_SUCCESS;
+  }
+  try {
+    receivers_.push_back(queue);
+  } catch (const std::bad_alloc&) {
+    return VYN_STATUS_NO_MEMORY;
+  }
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNMessageQueue::Unregister(CVYNMessageQueue* queue) {
+  CVYNSynchronize guard(&receiver_lock_, true);
+  const auto found = std::find(receivers_.begin(), receivers_.end(), queue);
+  if (found == receivers_.end()) return VYN_STATUS_NOT_FOUND;
+  receivers_.erase(found);
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNMessageQueue::Notify(CVYNMessage& message) {
+  CVYNSynchronize guard(&receiver_lock_, true);
+  for (CVYNMessageQueue* queue : receivers_) queue->PushMessage(message);
+  return VYN_STATUS_SUCCESS;
+}
+
+int32_t CVYNMessageQueue::GetMessagesCount() {
+  return message_count_.load(std::memory_order_relaxed);
+}
+
+int64_t CVYNMessageQueue::GetDiscardedMessagesCount() const {
+  return discarded_count_.load(std::memory_order_relaxed);
+}
+
+int32_t CVYNMessageQueue::ProcessMessage(CVYNMessage& /*message*/) {
+  return VYN_STATUS_INVALID_OPERATION;
+}
+
+int32_t CVYNMessageQueue::MessageLoopThread(void* parameter) {
+  if (parameter == nullptr) return VYN_STATUS_INVALID_PARAMETER;
+  return static_cast<CVYNMessageQueue*>(parameter)->RunMessageLoopThread();
+}
+
+int32_t CVYNMessageQueue::RunMessageLoopThread() {
+  if (!dispatch_thread_.IsRunning()) return VYN_STATUS_NOT_INITIALIZED;
+  dispatch_thread_.SignalStart();
+  // One message object for the whole loop: each pop moves the next message
+  // into it, so its bytes are never copied on the way to ProcessMessage.
+  CVYNMessage message;
+  while (dispatch_thread_.IsRunning()) {
+    dispatch_thread_.UpdateStatus();
+    if (PopMessage(message) == VYN_STATUS_SUCCESS) {
+      DispatchMessage(message);
+      continue;
+    }
+    // Nothing pending, or the lock was busy for 100 ms.
+    WaitForWakeUp(kIdleWaitMs);
+  }
+  return VYN_STATUS_SUCCESS;
+}
+
+void CVYNMessageQueue::DispatchMessage(CVYNMessage& message) {
+  // A handler that throws loses its message, not the queue's thread. The
+  // report is made inside the handler: what() lives only as long as the
+  // exception object.
+  try {
+    ProcessMessage(message);
+  } catch (const std::exception& error) {
+    ReportException(message, error.what());
+  } catch (...) {
+    ReportException(message, "unknown exception");
+  }
+}
+
+void CVYNMessageQueue::ReportException(const CVYNMessage& message, const char* what) noexcept {
+  char text[320];
+  std::snprintf(text, sizeof text,
+                "RunMessageLoopThread(); ProcessMessage has thrown an exception; message type; "
+                "0x%08X; %s",
+                static_cast<unsigned>(message.GetMessageType()), what);
+  try {
+    AddOutput(text, VYN_EVENT_EXCEPTION);
+  } catch (...) {
+    // Not even the report could be made; the thread goes on regardless.
+  }
+}
+
+void CVYNMessageQueue::StopDispatchThread() {
+  // The stop request first, then the wake-up: the woken loop must already
+  // find its running flag cleared.
+  dispatch_thread_.DestroyThread(false);
+  WakeDispatchThread();
+  dispatch_thread_.DestroyThread(true);
+}
+
+void CVYNMessageQueue::WakeDispatchThread() {
+  bool idle;
+  {
+    std::lock_guard lock(wake_mutex_);
+    wake_pending_ = true;
+    idle = thread_idle_;
+  }
+  if (idle) wake_changed_.notify_one();
+}
+
+void CVYNMessageQueue::WaitForWakeUp(uint32_t milliseconds) {
+  std::unique_lock lock(wake_mutex_);
+  thread_idle_ = true;
+  wake_changed_.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                         [this] { return wake_pending_; });
+  thread_idle_ = false;
+  wake_pending_ = false;
+}
+
+int32_t CVYNMessageQueue::AddOutput(const std::string& text, _VYNSystemLogExEventType type) {
+  return vyn::LogAddOutput(text, type, "", "CVYNMessageQueue", context_);
+}

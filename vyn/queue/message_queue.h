@@ -1,7 +1,67 @@
-// CVYNMessageQueue: messages handed between threads and to registered receiver queues.
+// CVYNMessageQueue: messages handed from any thread to one dispatch thread
+// that handles them one at a time in the order of arrival, and a distributor
+// that copies a message into every queue registered with it.
+//
+// Two roles:
+// - Receiver: Initialize(true) starts the dispatch thread "VYN Message
+//   Queue", which takes the pending messages oldest first and hands each to
+//   ProcessMessage. Applications derive from this class and override
+//   ProcessMessage. The thread handles messages back to back while any are
+//   pending; an idle thread waits at most 500 ms and a push ends that wait
+//   at once.
+// - Distributor: Notify copies a message into every registered queue. The
+//   library's own queue (GetVYNMessageQueue) plays this role, started with
+//   Initialize(false); the library's services publish their events through
+//   its Notify (message types in vyn/queue/message_types.h).
+//
+// Ownership:
+// - Messages are copied in (PushMessage) and moved out (PopMessage); the
+//   queue never keeps a caller's message.
+// - A registered queue is owned by the queue it is registered with: it must
+//   have been created with new, Terminate deletes it (its dispatch thread is
+//   stopped first), and Unregister hands ownership back. A queue cannot
+//   register itself (it would delete itself): Register answers that, and a
+//   null pointer, with VYN_STATUS_INVALID_PARAMETER. The destructor does not
+//   delete the registered queues.
+// - Terminate discards the messages still pending; they are not processed.
+//   GetDiscardedMessagesCount tells how many were discarded so far.
+// - The destructor stops a dispatch thread that still runs. A derived queue
+//   with a dispatch thread must still be terminated before its own part is
+//   destroyed (Terminate, or the Terminate of the queue it is registered
+//   with), because the thread calls the derived ProcessMessage.
+//
+// Thread-safety: PushMessage, Notify, Register, Unregister, GetMessagesCount
+// and PopMessage may be called from any thread. ProcessMessage runs only on
+// the dispatch thread, never twice at the same time for one queue.
+// GetMessagesCount reads a counter without a lock: the value is a snapshot.
+//
+// Lock order: the receiver lock, then the message lock, then the dispatch
+// thread's own lock (Terminate takes them in this order). Notify holds the
+// receiver lock while it pushes into each receiver, that is while it takes
+// each receiver's message lock. PopMessage waits at most 100 ms for the
+// message lock; every other operation waits as long as needed.
+// Terminate holds both locks while it waits for the dispatch thread to end,
+// so a ProcessMessage must not call PushMessage, Notify, Register or
+// Unregister of its own queue once Terminate may have begun.
+//
+// Log entries carry the caller "CVYNMessageQueue" and, as context, the
+// queue's address: "0x" and 16 upper-case hexadecimal digits (the 8 digits
+// of a 32-bit address, widened to the full 64-bit address).
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
 #include "vyn/core/export.h"
+#include "vyn/core/log_output.h"
+#include "vyn/platform/critical_section.h"
+#include "vyn/queue/message.h"
+#include "vyn/threads/monitored_thread.h"
 
 class VYN_EXPORT CVYNMessageQueue {
  public:
@@ -9,6 +69,79 @@ class VYN_EXPORT CVYNMessageQueue {
   virtual ~CVYNMessageQueue();
   CVYNMessageQueue(const CVYNMessageQueue&) = delete;
   CVYNMessageQueue& operator=(const CVYNMessageQueue&) = delete;
+
+  // Starts the queue, with or without its dispatch thread (the thread is not
+  // waited for). VYN_STATUS_BUSY while the dispatch thread runs; the
+  // thread's creation status when it cannot be created. Logs the start or
+  // the failure.
+  virtual int32_t Initialize(bool with_dispatch_thread);
+  // Stops the dispatch thread, deletes every registered queue and discards
+  // the pending messages. Always VYN_STATUS_SUCCESS.
+  virtual int32_t Terminate();
+  // Appends a copy of `message` and wakes the dispatch thread. A copy that
+  // cannot get memory for its bytes is appended without buffer;
+  // VYN_STATUS_NO_MEMORY only when the queue itself cannot grow.
+  virtual int32_t PushMessage(CVYNMessage& message);
+  // Moves the oldest pending message into `message`. VYN_STATUS_TIMEOUT when
+  // the message lock is busy for more than 100 ms, VYN_STATUS_UNSPECIFIC_ERROR
+  // when nothing is pending; `message` is unchanged on both.
+  virtual int32_t PopMessage(CVYNMessage& message);
+  // Adds a receiver unless it is registered already; ownership passes here.
+  virtual int32_t Register(CVYNMessageQueue* queue);
+  // Removes a receiver without deleting it (ownership returns to the
+  // caller); VYN_STATUS_NOT_FOUND when it is not registered.
+  virtual int32_t Unregister(CVYNMessageQueue* queue);
+  // PushMessage of every receiver, in order of registration; this queue's
+  // own pending messages are not touched.
+  virtual int32_t Notify(CVYNMessage& message);
+  // The number of pending messages, read without a lock.
+  virtual int32_t GetMessagesCount();
+
+  // Messages that Terminate discarded over the queue's life (a snapshot).
+  int64_t GetDiscardedMessagesCount() const;
+
+ protected:
+  // Handles one message on the dispatch thread; the result is ignored. Here
+  // the message is dropped with VYN_STATUS_INVALID_OPERATION. An exception
+  // thrown by an override is logged and the thread goes on with the next
+  // message.
+  virtual int32_t ProcessMessage(CVYNMessage& message);
+
+ private:
+  static int32_t MessageLoopThread(void* parameter);
+  int32_t RunMessageLoopThread();
+  // ProcessMessage with every exception caught and logged.
+  void DispatchMessage(CVYNMessage& message);
+  void ReportException(const CVYNMessage& message, const char* what) noexcept;
+  // Stops the dispatch thread and waits for it.
+  void StopDispatchThread();
+  void WakeDispatchThread();
+  // Waits at most `milliseconds` for a wake-up, and consumes it.
+  void WaitForWakeUp(uint32_t milliseconds);
+  int32_t AddOutput(const std::string& text, _VYNSystemLogExEventType type);
+
+  CVYNMonitoredThread dispatch_thread_;
+  std::string thread_name_;
+  std::deque<CVYNMessage> messages_;  // guarded by message_lock_, oldest first
+  CRITICAL_SECTION message_lock_;
+  std::vector<CVYNMessageQueue*> receivers_;  // guarded by receiver_lock_
+  CRITICAL_SECTION receiver_lock_;            // taken before message_lock_
+  std::string context_;
+  // Written under message_lock_, read without it.
+  std::atomic<int32_t> message_count_{0};
+  std::atomic<int64_t> discarded_count_{0};
+  // The idle wait of the dispatch thread, ended by every push (once the
+  // message lock is given back) and by a stop. A wake-up of its own rather
+  // than the thread's soft-stop flag and stop event: a push racing the
+  // loop's reset of those two could leave the event set and the flag clear,
+  // and the idle loop would then spin until the next push. The condition is
+  // notified after its mutex is given back, so that the woken thread does
+  // not at once block on that mutex; and only while the thread is idle, so
+  // that a busy thread costs a push no system call.
+  std::mutex wake_mutex_;
+  std::condition_variable wake_changed_;
+  bool wake_pending_ = false;  // guarded by wake_mutex_
+  bool thread_idle_ = false;   // guarded by wake_mutex_
 };
 
 VYN_EXPORT CVYNMessageQueue& GetVYNMessageQueue();
