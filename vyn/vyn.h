@@ -24,7 +24,7 @@
 #include "vyn/plugins/plugin_manager.h"
 #include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
-#include "vyn/queue/message_types.h"
+#include "vyn/core/message_types.h"
 #include "vyn/serial/serial_port.h"
 #include "vyn/threads/monitored_thread.h"
 #include "vyn/threads/thread.h"

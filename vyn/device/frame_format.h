@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vyn/core/message_types.h"
 #include "vyn/platform/system_time.h"
 
 class CVYNSerialPort;
@@ -51,9 +52,8 @@ constexpr int32_t RX_REJECTED = -28;
 constexpr int32_t RX_INCOMPLETE = -29;
 constexpr int32_t RX_BAD_PAYLOAD_CHECKSUM = -30;
 
-// Ids of the messages that carry a _SERIAL_FRAME_RECORD.
-constexpr uint32_t MSG_SERIAL_FRAME_RECEIVED = 0x10000003;
-constexpr uint32_t MSG_SERIAL_FRAME_SENT = 0x10000004;
+// Ids of the messages that carry a _SERIAL_FRAME_RECORD:
+// MSG_SERIAL_FRAME_RECEIVED and MSG_SERIAL_FRAME_SENT (vyn/core/message_types.h).
 
 // One frame as it is handed to the application. The frame's own header gives
 // its length; the bytes behind it are zero.

@@ -12,7 +12,7 @@
 // - Distributor: Notify copies a message into every registered queue. The
 //   library's own queue (GetVYNMessageQueue) plays this role, started with
 //   Initialize(false); the library's services publish their events through
-//   its Notify (message types in vyn/queue/message_types.h).
+//   its Notify (message types in vyn/core/message_types.h).
 //
 // Ownership:
 // - Messages are copied in (PushMessage) and moved out (PopMessage); the

@@ -81,7 +81,9 @@ bool SerialDevice::Open(const std::string& path, uint32_t baud, SerialOpenStep* 
   settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | PARENB | CRTSCTS | CSIZE);
   settings.c_cflag |= CS8 | CLOCAL | CREAD;
   settings.c_iflag &= ~static_cast<tcflag_t>(IXON | IXOFF | IXANY | INPCK);
-  settings.c_cc[VMIN] = 0;
+  // VMIN 1 with O_NONBLOCK: an empty line reads as EAGAIN, so that a read of
+  // 0 bytes can only mean that the device has gone (VMIN 0 would read 0).
+  settings.c_cc[VMIN] = 1;
   settings.c_cc[VTIME] = 0;
   const speed_t speed = SpeedOf(baud);
   if (speed == B0 || cfsetispeed(&settings, speed) != 0 || cfsetospeed(&settings, speed) != 0 ||
