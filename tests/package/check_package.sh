@@ -22,8 +22,9 @@ for name in GetVYNLanguage GetVYNSystemLogEx GetVYNThreadMonitor GetVYNSerialPor
             'GetVYNStatusAsString[abi:cxx11](int)' 'GetSystemTimeInMs()' 'ConvertDateToMs(SYSTEMTIME)'; do
   grep -q -F " $name" "$work/exports" || { echo "not exported: $name"; exit 1; }
 done
-if grep -q -E 'vyn::platform::|vyn::language::|LogAddOutput' "$work/exports"; then
-  echo "internal symbols exported:"; grep -E 'vyn::platform::|vyn::language::|LogAddOutput' "$work/exports"
+internal='^[0-9a-f]+ [A-Za-z] (vyn::platform::|vyn::language::|vyn::testing::|vyn::LogAddOutput)'
+if grep -q -E "$internal" "$work/exports"; then
+  echo "internal symbols exported:"; grep -E "$internal" "$work/exports"
   exit 1
 fi
 soname=$(objdump -p "$library" | awk '/SONAME/ {print $2}')
