@@ -187,19 +187,9 @@ void PrintHex(const unsigned char* bytes, size_t count) {
 }
 
 void RunBuild(const std::string& name, const Arguments& args, unsigned int sequence) {
-  const Request* request = nullptr;
-  for (const Request& candidate : Requests()) {
-    if (name == candidate.name) request = &candidate;
-  }
-  if (request == nullptr) {
-    throw CLI::ValidationError("REQUEST", "unknown request '" + name + "'\n" + RequestList());
-  }
-  if (args.size() < request->min_arguments || args.size() > request->max_arguments) {
-    throw CLI::ValidationError(name, std::string("expects: ") + name + " " + request->arguments);
-  }
   CVYNCommandSet command_set;
   unsigned char frame[SERIAL_FRAME_BUFFER_SIZE] = {};
-  const uint16_t length = request->build(command_set, frame, args);
+  const uint16_t length = BuildRequestFrame(name, args, command_set, frame);
   // A fresh command set numbers from 1; earlier frames move the counter on.
   unsigned char scratch[SERIAL_FRAME_BUFFER_SIZE] = {};
   command_set.PrepareReqGetDeviceInfo(scratch);
@@ -265,6 +255,23 @@ void RunDump(const Arguments& hex) {
 }
 
 }  // namespace
+
+uint16_t BuildRequestFrame(const std::string& name, const std::vector<std::string>& args,
+                           CVYNCommandSet& command_set, unsigned char* frame) {
+  const Request* request = nullptr;
+  for (const Request& candidate : Requests()) {
+    if (name == candidate.name) request = &candidate;
+  }
+  if (request == nullptr) {
+    throw CLI::ValidationError("REQUEST", "unknown request '" + name + "'\n" + RequestList());
+  }
+  if (args.size() < request->min_arguments || args.size() > request->max_arguments) {
+    throw CLI::ValidationError(name, std::string("expects: ") + name + " " + request->arguments);
+  }
+  return request->build(command_set, frame, args);
+}
+
+std::string RequestHelp() { return RequestList(); }
 
 void AddFrameCommand(CLI::App& app) {
   CLI::App* frame = app.add_subcommand("frame", "Build request frames and render received frames");

@@ -10,6 +10,8 @@ int main(int argc, char** argv) {
   vyn::tool::AddDemoCommand(app);
   vyn::tool::AddSimCommand(app);
   vyn::tool::AddFrameCommand(app);
+  vyn::tool::AddMonitorCommand(app);
+  vyn::tool::AddSendCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {
