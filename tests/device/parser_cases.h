@@ -42,7 +42,7 @@ std::string Join(const T&... values) {
   return out.str();
 }
 
-inline std::string Join(const unsigned char* bytes, int count) {
+inline std::string JoinBytes(const unsigned char* bytes, int count) {
   std::ostringstream out;
   for (int i = 0; i < count; ++i) out << +bytes[i] << ',';
   return out.str();
@@ -73,7 +73,7 @@ inline std::vector<ParserCase> AllParsers() {
       unsigned char count = 0;
       unsigned char codes[255] = {};
       const int32_t r = (s.*parse)(f, &count, codes);
-      return ParserRun{r, Join(count) + Join(codes, 255)};
+      return ParserRun{r, Join(count) + JoinBytes(codes, 255)};
     };
   };
   const auto hardware =
@@ -165,7 +165,7 @@ inline std::vector<ParserCase> AllParsers() {
          unsigned char ids[255] = {};
          unsigned char values[1020] = {};
          const int32_t r = s.ProcessNotStatus(f, &count, ids, values);
-         return ParserRun{r, Join(count) + Join(ids, 255) + Join(values, 1020)};
+         return ParserRun{r, Join(count) + JoinBytes(ids, 255) + JoinBytes(values, 1020)};
        }},
       {"NotTrace", false,
        [](S& s, F f) {

@@ -128,6 +128,13 @@ TEST_F(FrameAssemblerTest, PendingReceptionsTimeOutAfterTwoSeconds) {
   Feed(Bytes(frame.begin() + 3, frame.end()), 9000);
   ASSERT_EQ(frames_.size(), 1u);
   EXPECT_FALSE(assembler_.CheckTimeout(20000));
+
+  // The start of a frame behind a completed one in the same read times out.
+  Feed(Cat({frame, Bytes(frame.begin(), frame.begin() + 4)}), 30000);
+  ASSERT_EQ(frames_.size(), 2u);
+  EXPECT_EQ(assembler_.GetByteCount(), 4);
+  EXPECT_TRUE(assembler_.CheckTimeout(32001));
+  EXPECT_EQ(Stats().timeout, 3u);
 }
 
 TEST_F(FrameAssemblerTest, AnIncompleteFrameFoundByResynchronisationStaysForTheNextRead) {
@@ -144,6 +151,7 @@ TEST_F(FrameAssemblerTest, AnIncompleteFrameFoundByResynchronisationStaysForTheN
   EXPECT_EQ(assembler_.GetByteCount(), 6);
   EXPECT_EQ(Bytes(assembler_.GetBuffer(), assembler_.GetBuffer() + 6),
             Bytes(good.begin(), good.begin() + 6));
+  EXPECT_NE(assembler_.GetTimeOfLastReception(), 0u);
   Feed(Bytes(good.begin() + 6, good.end()));
   ASSERT_EQ(frames_.size(), 1u);
   EXPECT_EQ(frames_[0], good);

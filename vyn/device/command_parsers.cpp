@@ -329,7 +329,7 @@ int32_t CVYNCommandSet::ProcessNotTrace(unsigned char* frame, uint16_t* count, i
   *count = static_cast<uint16_t>(payload.length / 2);
   if (capacity < *count) return VYN_STATUS_BUFFER_TOO_SMALL;
   for (uint16_t i = 0; i < *count; ++i) {
-    values[i] = static_cast<int16_t>(Read16(payload.data + 2 * i));
+    values[i] = static_cast<int16_t>(Read16(payload.data + 2 * size_t{i}));
   }
   return VYN_STATUS_SUCCESS;
 }
@@ -364,7 +364,7 @@ int32_t CVYNCommandSet::ProcessAckReadParamsExt(unsigned char* frame, int16_t* f
                                                 int16_t* second_triple) {
   const Payload payload = McpuPayload(frame);
   if (!Holds(payload, 28, 12)) return RX_WRONG_LENGTH;
-  for (int i = 0; i < 3; ++i) {
+  for (size_t i = 0; i < 3; ++i) {
     first_triple[i] = static_cast<int16_t>(Read16(payload.data + 28 + 2 * i));
     second_triple[i] = static_cast<int16_t>(Read16(payload.data + 34 + 2 * i));
   }

@@ -68,8 +68,6 @@ uint16_t WriteMcpu(unsigned char* frame, unsigned char id, const unsigned char* 
 
 CVYNCommandSet::CVYNCommandSet() = default;
 
-CVYNCommandSet::~CVYNCommandSet() = default;
-
 uint16_t CVYNCommandSet::PrepareReqGetDeviceInfo(unsigned char* frame) {
   return WriteCcpuHeader(frame, CCPU_CMD_ID_REQ_GET_DEVICE_INFO, 0);
 }

@@ -69,7 +69,7 @@ class VYN_EXPORT CVYNCommandSet {
   CVYNCommandSet();
   // Not virtual: the object is never deleted through a base pointer, and the
   // operation slots below keep their order.
-  ~CVYNCommandSet();
+  ~CVYNCommandSet() = default;
   CVYNCommandSet(const CVYNCommandSet&) = delete;
   CVYNCommandSet& operator=(const CVYNCommandSet&) = delete;
 

@@ -33,6 +33,10 @@ void CVYNFrameAssembler::Feed(const unsigned char* bytes, size_t count, uint32_t
   Count(bytes_received_, static_cast<uint32_t>(count));
   last_reception_ = now_tick;
   for (size_t i = 0; i < count; ++i) ProcessByte(bytes[i]);
+  // A frame completed or a resynchronisation in the middle of the read
+  // cleared the time; the bytes behind it that begin a frame are pending all
+  // the same and must time out like any others.
+  if (byte_count_ != 0 && last_reception_ == 0) last_reception_ = now_tick;
 }
 
 void CVYNFrameAssembler::ProcessByte(unsigned char byte) {

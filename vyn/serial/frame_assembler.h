@@ -21,10 +21,12 @@
 //
 // Time-out: a read sets the time of last reception before its bytes are
 // processed, and every clearing of the assembler (a completed frame, a
-// resynchronisation, a time-out) sets it to 0. CheckTimeout, called at the
-// end of every pass of the reading loop, counts a time-out and clears the
-// assembler when more than 2000 ms have passed since a time that is not 0.
-// The tick is passed in, so that the check is testable without waiting.
+// resynchronisation, a time-out) sets it to 0. Bytes of a frame begun after
+// such a clearing within the same read are pending too: Feed sets the time
+// again when the read leaves bytes held and no time. CheckTimeout, called at
+// the end of every pass of the reading loop, counts a time-out and clears
+// the assembler when more than 2000 ms have passed since a time that is not
+// 0. The tick is passed in, so that the check is testable without waiting.
 //
 // Ownership: the assembler owns its buffer and counters; the sink is called
 // with a pointer into the buffer that is valid only during the call.
