@@ -163,7 +163,8 @@ size_t ReadProfileString(const std::string& section, const std::string& key,
     }
   }
   const size_t copied = std::min(value.size(), size - 1);
-  std::memcpy(buffer, value.data(), copied);
+  // An empty view may carry a null pointer, which memcpy must not be given.
+  if (copied > 0) std::memcpy(buffer, value.data(), copied);
   buffer[copied] = '\0';
   return copied;
 }
