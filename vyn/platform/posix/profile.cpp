@@ -206,7 +206,14 @@ bool WriteProfileString(const std::string& section, const std::string& key,
   } else {
     updated = content;
     if (!updated.empty() && updated.back() != '\n') updated += eol;
-    updated += "[" + std::string(name) + "]" + eol + entry + eol;
+    // Appended piece by piece: g++ 12 at -O3 reports a false overlap
+    // (-Wrestrict) for the same text built with operator+.
+    updated += '[';
+    updated.append(name);
+    updated += ']';
+    updated += eol;
+    updated += entry;
+    updated += eol;
   }
   return WriteWholeFile(path, updated);
 }
