@@ -1,183 +1,205 @@
-// vyn demo: the main job, showing what the library does on this machine.
+// vyn demo: the main job on the embedded default, a simulated device on a
+// pseudo-terminal. It starts the system log (its view echoed to the
+// terminal), the watchdog and the message queue, opens the device through the
+// library, runs a scripted session of requests with the traffic dump shown
+// live, damages and unplugs the link on purpose, and ends with the link
+// statistics and the log's CSV file.
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <memory>
-#include <mutex>
+#include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
+#include "sim/device_simulator.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/link_session.h"
 #include "vyn/vyn.h"
 
 namespace vyn::tool {
 namespace {
 
-void PrintSingletons() {
-  std::printf("Singletons:\n");
-  const auto show = [](const char* accessor, const void* object) {
-    std::printf("  %-24s %p\n", accessor, object);
-  };
-  show("GetVYNLanguage", &GetVYNLanguage());
-  show("GetVYNThreadMonitor", &GetVYNThreadMonitor());
-  show("GetVYNSystemLogEx", &GetVYNSystemLogEx());
-  show("GetVYNSerialPort", &GetVYNSerialPort());
-  show("GetVYNMessageQueue", &GetVYNMessageQueue());
-  show("GetVYNPluginManager", &GetVYNPluginManager());
-  show("GetVYNCommandSet", &GetVYNCommandSet());
-  show("GetVYNCommandDump", &GetVYNCommandDump());
-  show("GetVYNCommandHelper", &GetVYNCommandHelper());
-  show("GetVYNIniManager", &GetVYNIniManager());
-  show("GetVYNMemoryDump", &GetVYNMemoryDump());
-  show("GetVYNCommandLine", &GetVYNCommandLine());
-  show("GetVYNFileHeader", &GetVYNFileHeader());
-  show("GetVYNSTM32BootLoader", &GetVYNSTM32BootLoader());
-  show("GetVYNMain", &GetVYNMain());
-}
+using std::chrono::milliseconds;
 
-void PrintLanguage() {
-  CVYNLanguage& language = GetVYNLanguage();
-  std::printf("Language: %d (%s)\n", language.GetLanguage(),
-              language.GetLanguage() == 0 ? "German" : "English");
-  std::printf("  module 14, text 3: %s\n", language.GetString(14, 3));
-}
+struct DemoOptions {
+  bool german = false;
+  int pause_ms = 150;
+};
 
-void PrintIniValues() {
-  CVYNIniManager& ini = GetVYNIniManager();
-  std::printf("INI file: %s\n", ini.GetDefaultFilePath().c_str());
-  for (const char* key : {"DumpType", "DEPPolicy", "DumpAfterHeapCorruption", "MessageBoxAfterDump",
-                          "HeapCheckInterval"}) {
-    std::string value;
-    const int32_t status = ini.GetEntry("VYNMemoryDump", key, &value, "");
-    std::printf(
-        "  [VYNMemoryDump] %-24s %s\n", key,
-        status == VYN_STATUS_SUCCESS ? value.c_str() : GetVYNStatusAsString(status).c_str());
+void Pause(int ms) { std::this_thread::sleep_for(milliseconds(ms)); }
+
+void PrintHeader(const char* title) { std::printf("\n== %s\n", title); }
+
+void PrintLibrary() {
+  PrintHeader("Library");
+  std::printf("vyn %s; status names: %s, %s\n", VYN_VERSION,
+              GetVYNStatusAsString(VYN_STATUS_SUCCESS).c_str(),
+              GetVYNStatusAsString(VYN_STATUS_BUSY).c_str());
+  std::printf("language %d; INI file %s\n", GetVYNLanguage().GetLanguage(),
+              GetVYNIniManager().GetDefaultFilePath().c_str());
+  std::string value;
+  if (GetVYNIniManager().GetEntry("VYNMemoryDump", "DumpType", &value, "") == VYN_STATUS_SUCCESS) {
+    std::printf("[VYNMemoryDump] DumpType=%s\n", value.c_str());
   }
-}
-
-void PrintCommandLine() {
-  CVYNCommandLine& command_line = GetVYNCommandLine();
-  std::printf("Command line:\n");
   std::string argument;
-  for (int32_t i = 0; command_line.GetArgument(i, argument) == VYN_STATUS_SUCCESS; ++i) {
-    std::printf("  [%d] %s\n", i, argument.c_str());
+  std::printf("command line:");
+  for (int32_t i = 0; GetVYNCommandLine().GetArgument(i, argument) == VYN_STATUS_SUCCESS; ++i) {
+    std::printf(" [%s]", argument.c_str());
   }
+  std::printf("\n");
 }
 
-const char* MessageTypeName(uint32_t type) {
-  switch (type) {
-    case MSG_SERIAL_FRAME_RECEIVED:
-      return "MSG_SERIAL_FRAME_RECEIVED";
-    case MSG_SERIAL_FRAME_SENT:
-      return "MSG_SERIAL_FRAME_SENT";
-    case MSG_FIRMWARE_TRANSMISSION_PROGRESS:
-      return "MSG_FIRMWARE_TRANSMISSION_PROGRESS";
-    default:
-      return "application message";
+void PrintThreads() {
+  std::printf("threads under the watchdog:");
+  for (const std::string& name : GetVYNThreadMonitor().GetRegisteredThreadNames()) {
+    std::printf(" \"%s\"", name.c_str());
   }
+  std::printf("\n");
 }
 
-// Counts what the demo's queue has printed; lives longer than the queue,
-// which the library's queue deletes on Terminate.
-struct Delivery {
-  std::mutex mutex;
-  std::condition_variable printed_more;
-  int printed = 0;
-};
-
-// The demo's receiver: prints every message its dispatch thread takes.
-class PrintingQueue : public CVYNMessageQueue {
- public:
-  explicit PrintingQueue(Delivery& delivery) : delivery_(delivery) {}
-
- protected:
-  int32_t ProcessMessage(CVYNMessage& message) override {
-    constexpr int32_t kShownBytes = 8;
-    const unsigned char* bytes = message.GetBuffer();
-    std::printf(
-        "  received 0x%08X %-34s %3d bytes:", static_cast<unsigned>(message.GetMessageType()),
-        MessageTypeName(message.GetMessageType()), message.GetBufferSize());
-    if (bytes == nullptr) std::printf(" (no buffer)");
-    for (int32_t i = 0; bytes != nullptr && i < message.GetBufferSize() && i < kShownBytes; ++i) {
-      std::printf(" %02X", bytes[i]);
-    }
-    std::printf("%s\n", message.GetBufferSize() > kShownBytes ? " ..." : "");
-    std::fflush(stdout);
-    {
-      std::lock_guard lock(delivery_.mutex);
-      ++delivery_.printed;
-    }
-    delivery_.printed_more.notify_all();
-    return VYN_STATUS_SUCCESS;
-  }
-
- private:
-  Delivery& delivery_;
-};
-
-// The library's queue as distributor (no thread of its own) and a receiver
-// queue with its dispatch thread, as an application sets them up.
-int ShowMessageQueue() {
-  std::printf("Message queue:\n");
-  CVYNMessageQueue& library_queue = GetVYNMessageQueue();
-  Delivery delivery;
-  auto receiver = std::make_unique<PrintingQueue>(delivery);
-  int32_t status = library_queue.Initialize(false);
-  if (status == VYN_STATUS_SUCCESS) status = receiver->Initialize(true);
-  if (status == VYN_STATUS_SUCCESS) status = library_queue.Register(receiver.get());
+// Sends a request and waits until its reply (any received frame) is shown.
+void Request(LinkSession& session, const char* name, const std::vector<std::string>& args,
+             int pause_ms) {
+  unsigned char frame[SERIAL_FRAME_BUFFER_SIZE] = {};
+  const uint16_t length = BuildRequestFrame(name, args, GetVYNCommandSet(), frame);
+  const uint32_t before = session.printer().ReceivedFrames();
+  const int32_t status = GetVYNSerialPort().SendCommand(frame, length);
   if (status != VYN_STATUS_SUCCESS) {
-    std::printf("  could not start: %s\n", GetVYNStatusAsString(status).c_str());
-    receiver->Terminate();
-    library_queue.Terminate();
+    std::printf("   %s not sent: %s\n", name, GetVYNStatusAsString(status).c_str());
+    return;
+  }
+  for (int i = 0; i < 200 && session.printer().ReceivedFrames() == before; ++i) Pause(5);
+  Pause(pause_ms);
+}
+
+std::string NewestLogFile() {
+  std::string newest;
+  std::filesystem::file_time_type newest_time;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator("Logs", ignored)) {
+    if (entry.path().extension() != ".csv") continue;
+    const auto time = entry.last_write_time(ignored);
+    if (newest.empty() || time > newest_time) {
+      newest = entry.path().string();
+      newest_time = time;
+    }
+  }
+  return newest;
+}
+
+int RunDemo(const DemoOptions& options) {
+  if (options.german) GetVYNLanguage().SetLanguage(0);
+  GetVYNMain().SetApplicationInformation("vyn demo", VYN_VERSION);
+  PrintLibrary();
+
+  PrintHeader("System log (its view, live)");
+  CMemoryEdit view;
+  view.SetLimitText(0);
+  view.SetInsertObserver([](const std::string& line) {
+    std::string shown = line;
+    while (!shown.empty() && (shown.back() == '\n' || shown.back() == '\r')) shown.pop_back();
+    std::printf("   log | %s\n", shown.c_str());
+    std::fflush(stdout);
+  });
+  CVYNSystemLogEx& log = GetVYNSystemLogEx();
+  log.SetEnableOutput(true);
+  log.SetControlAutoScroll(true);
+  // Debug entries (the link statistics) go to the file only.
+  log.SetOutputFilter(0xFFFFFFFF & ~static_cast<uint32_t>(VYN_EVENT_DEBUG));
+  log.Initialize(&view, "", std::string("V ") + VYN_VERSION);
+  GetVYNThreadMonitor().Initialize();
+  Pause(50);
+
+  PrintHeader("Simulated device");
+  vyn::sim::DeviceSimulatorOptions device_options;
+  device_options.notifications = true;
+  device_options.notification_period = milliseconds(700);
+  vyn::sim::DeviceSimulator device(device_options);
+  if (!device.Start()) {
+    std::printf("the simulated device could not start\n");
     return 1;
   }
-  receiver.release();  // the library's queue owns it now and deletes it on Terminate
+  std::printf("device on %s (%s)\n", device.port_path().c_str(), device.terminal_path().c_str());
 
-  unsigned char received[12] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65,
-                                0x76, 0x87, 0x98, 0xA9, 0xBA, 0xCB};
-  unsigned char sent[5] = {0x01, 0x02, 0x03, 0x04, 0x05};
-  unsigned char percent[1] = {42};
-  CVYNMessage messages[] = {
-      CVYNMessage(MSG_SERIAL_FRAME_RECEIVED, received, sizeof received),
-      CVYNMessage(MSG_SERIAL_FRAME_SENT, sent, sizeof sent),
-      CVYNMessage(MSG_FIRMWARE_TRANSMISSION_PROGRESS, percent, sizeof percent),
-      CVYNMessage(0x00000001, nullptr, 0),
-  };
-  const int expected = static_cast<int>(sizeof messages / sizeof messages[0]);
-  for (CVYNMessage& message : messages) library_queue.Notify(message);
-  bool all_printed;
   {
-    std::unique_lock lock(delivery.mutex);
-    all_printed = delivery.printed_more.wait_for(lock, std::chrono::seconds(10),
-                                                 [&] { return delivery.printed == expected; });
-  }
-  library_queue.Terminate();
-  std::printf("  %d of %d messages delivered; the receiver was deleted by Terminate\n",
-              delivery.printed, expected);
-  return all_printed ? 0 : 1;
-}
+    PrintHeader("Traffic (TX: written by the library, RX: received and checked)");
+    LinkSession session(device.port_path(), 7, false, true);
+    GetVYNSerialPort().SetDumpMode(1);  // the link statistics into the log, once a second
+    Pause(50);
+    PrintThreads();
+    const int pause = options.pause_ms;
+    Request(session, "GetDeviceInfo", {}, pause);
+    Request(session, "GetStatus", {"5:10", "27:1"}, pause);
+    Request(session, "Control", {"5:4096", "128:0x1234"}, pause);
+    Request(session, "SetHardwareInfo", {"0x0102", "CB 2.0", "24-0042"}, pause);
+    Request(session, "GetHardwareInfo", {}, pause);
+    Request(session, "GetECPUInfo", {}, pause);
+    Request(session, "GetECPUPWMCalibration", {}, pause);
+    Request(session, "GetECPUEncoderCalibration", {}, pause);
 
-int RunDemo() {
-  std::printf("vyn demo: library %s loaded\n", VYN_VERSION);
-  GetVYNMain().SetApplicationInformation("vyn", VYN_VERSION);
-  PrintSingletons();
-  PrintLanguage();
-  PrintIniValues();
-  PrintCommandLine();
-  CVYNStopWatch watch;
-  watch.Start();
-  const int64_t now = GetSystemTimeInMs();
-  watch.Stop();
-  std::printf("System time: %lld ms since 1601 (read in %.3f us)\n", static_cast<long long>(now),
-              watch.GetAsMicroSeconds());
-  return ShowMessageQueue();
+    std::printf("-- the motor processor speaks the '>' framing\n");
+    GetVYNSerialPort().SetProtocol(PROTOCOL_MCPU);
+    Request(session, "BoardInfo", {}, pause);
+    Request(session, "MotorsOn", {}, pause);
+    Request(session, "ReadParamsExt", {}, pause);
+    GetVYNSerialPort().SetProtocol(PROTOCOL_CCPU);
+
+    std::printf("-- a reply with a damaged checksum is dropped and counted (IPCS)\n");
+    device.CorruptChecksum(vyn::sim::ChecksumKind::kPayload);
+    Request(session, "GetKCPUInfo", {}, pause);
+    std::printf("-- garbage on the line is skipped (ISD)\n");
+    device.SendGarbage(40);
+    Request(session, "GetProductionInfo", {}, pause);
+    std::printf("   %s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
+
+    std::printf("-- the device is unplugged and comes back under the same path\n");
+    device.Unplug();
+    Pause(300);
+    device.Replug();
+    Pause(100);
+    Request(session, "GetDeviceInfo", {}, pause);
+
+    PrintHeader("Link statistics");
+    std::printf("%s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
+    std::printf("frames shown: %u sent, %u received\n", session.printer().SentFrames(),
+                session.printer().ReceivedFrames());
+  }
+  const auto counters = device.counters();
+  std::printf("the device saw %llu requests and sent %llu replies and %llu notifications\n",
+              static_cast<unsigned long long>(counters.requests),
+              static_cast<unsigned long long>(counters.replies),
+              static_cast<unsigned long long>(counters.notifications));
+  device.Stop();
+
+  GetVYNThreadMonitor().Terminate();
+  log.Terminate();
+  int64_t s[10] = {};
+  log.GetLogStatistics(&s[0], &s[1], &s[2], &s[3], &s[4], &s[5], &s[6], &s[7], &s[8], &s[9]);
+  PrintHeader("System log");
+  std::printf(
+      "%lld entries: %lld information, %lld command, %lld warning, %lld error, %lld debug\n",
+      static_cast<long long>(s[0]), static_cast<long long>(s[7]), static_cast<long long>(s[8]),
+      static_cast<long long>(s[6]), static_cast<long long>(s[5]), static_cast<long long>(s[9]));
+  const std::string file = NewestLogFile();
+  if (!file.empty()) {
+    std::printf("CSV file: %s\n",
+                std::filesystem::absolute(file).lexically_normal().string().c_str());
+  }
+  return 0;
 }
 
 }  // namespace
 
 void AddDemoCommand(CLI::App& app) {
-  CLI::App* demo = app.add_subcommand("demo", "Run the main job on this machine");
+  CLI::App* demo = app.add_subcommand(
+      "demo", "Run the main job: a session with the simulated device, shown live");
+  static DemoOptions options;
+  demo->add_flag("--german", options.german, "Log texts in German");
+  demo->add_option("--pause", options.pause_ms, "Milliseconds between requests")
+      ->check(CLI::Range(0, 10000))
+      ->capture_default_str();
   demo->callback([] {
-    const int result = RunDemo();
+    const int result = RunDemo(options);
     if (result != 0) throw CLI::RuntimeError(result);
   });
 }

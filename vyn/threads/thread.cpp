@@ -206,8 +206,13 @@ uint32_t CVYNThread::PublishedThreadId() {
 }
 
 int32_t CVYNThread::SetSoftStop() {
-  soft_stop_ = true;
+  // Event first, flag second: a ResetSoftStop running in between then finds
+  // the flag still clear and leaves the event set, and the next one clears
+  // both. In the other order it could clear the flag, and our Set would
+  // leave an event that no ResetSoftStop clears any more: every Sleep of the
+  // thread would return at once until the next soft stop.
   stop_event_.Set();
+  soft_stop_ = true;
   return VYN_STATUS_SUCCESS;
 }
 
