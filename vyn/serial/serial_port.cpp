@@ -275,7 +275,9 @@ void CVYNSerialPort::WriteWaitingFrame() {
 bool CVYNSerialPort::ReadBurst(unsigned char* buffer) {
   size_t held = 0;
   bool alive = true;
-  while (held < kReadBufferSize) {
+  // A frame waiting to go out ends the read early: on a busy line the
+  // writes would otherwise wait for the whole burst.
+  while (held < kReadBufferSize && send_length_.load(std::memory_order_relaxed) == 0) {
     const auto result =
         vyn::platform::ReadDescriptor(device_.descriptor(), buffer + held, kReadBufferSize - held);
     if (result.status == IoStatus::kDone) {
