@@ -24,12 +24,16 @@ inline unsigned char ByteSum(const unsigned char* bytes, size_t count) {
 // 'B', id (LE), N (LE), sequence, header sum, payload, payload sum if N > 0.
 inline Bytes CcpuFrame(uint16_t id, const Bytes& payload, unsigned char sequence = 1) {
   const size_t n = payload.size();
-  Bytes frame = {0x42,
-                 static_cast<unsigned char>(id & 0xFF),
-                 static_cast<unsigned char>(id >> 8),
-                 static_cast<unsigned char>(n & 0xFF),
-                 static_cast<unsigned char>(n >> 8),
-                 sequence};
+  // Reserved up front and filled by push_back: g++ 12 at -O3 mistakes the
+  // growth of a vector built from an initializer list for an overflow.
+  Bytes frame;
+  frame.reserve(n + 8);
+  for (const unsigned char byte :
+       {static_cast<unsigned char>(0x42), static_cast<unsigned char>(id & 0xFF),
+        static_cast<unsigned char>(id >> 8), static_cast<unsigned char>(n & 0xFF),
+        static_cast<unsigned char>(n >> 8), sequence}) {
+    frame.push_back(byte);
+  }
   frame.push_back(ByteSum(frame.data() + 1, 5));
   frame.insert(frame.end(), payload.begin(), payload.end());
   if (n > 0) frame.push_back(ByteSum(payload.data(), n));
@@ -39,7 +43,12 @@ inline Bytes CcpuFrame(uint16_t id, const Bytes& payload, unsigned char sequence
 // '>', id, N, header sum, payload, payload sum (0 for an empty payload).
 inline Bytes McpuFrame(unsigned char id, const Bytes& payload) {
   const auto n = static_cast<unsigned char>(payload.size());
-  Bytes frame = {0x3E, id, n, static_cast<unsigned char>((id + n) & 0xFF)};
+  Bytes frame;
+  frame.reserve(payload.size() + 5);
+  for (const unsigned char byte :
+       {static_cast<unsigned char>(0x3E), id, n, static_cast<unsigned char>((id + n) & 0xFF)}) {
+    frame.push_back(byte);
+  }
   frame.insert(frame.end(), payload.begin(), payload.end());
   frame.push_back(ByteSum(payload.data(), payload.size()));
   return frame;
