@@ -42,7 +42,10 @@
 // message lock; every other operation waits as long as needed.
 // Terminate holds both locks while it waits for the dispatch thread to end,
 // so a ProcessMessage must not call PushMessage, Notify, Register or
-// Unregister of its own queue once Terminate may have begun.
+// Unregister of its own queue once Terminate may have begun. It stops and
+// deletes the registered queues only after giving both locks back, so their
+// handlers may call into this queue meanwhile. The wake-up mutex of the
+// dispatch thread is taken alone, never while another lock is requested.
 //
 // Log entries carry the caller "CVYNMessageQueue" and, as context, the
 // queue's address: "0x" and 16 upper-case hexadecimal digits (the 8 digits
