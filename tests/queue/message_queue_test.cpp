@@ -94,13 +94,13 @@ TEST(MessageQueueTest, NotifyCopiesIntoEveryReceiverAndTerminateDeletesOnlyThose
   CVYNMessageQueue distributor;
   ASSERT_EQ(distributor.Initialize(false), VYN_STATUS_SUCCESS);
   std::atomic<bool> deleted[3] = {false, false, false};
-  auto* first = new RecordingQueue(&deleted[0]);
-  auto* running = new RecordingQueue(&deleted[1]);
+  auto first = std::make_unique<RecordingQueue>(&deleted[0]);
+  auto running = std::make_unique<RecordingQueue>(&deleted[1]);
   auto kept = std::make_unique<RecordingQueue>(&deleted[2]);
   EXPECT_EQ(distributor.Register(nullptr), VYN_STATUS_INVALID_PARAMETER);
   EXPECT_EQ(distributor.Register(&distributor), VYN_STATUS_INVALID_PARAMETER);
-  EXPECT_EQ(distributor.Register(first), VYN_STATUS_SUCCESS);
-  EXPECT_EQ(distributor.Register(first), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(distributor.Register(first.get()), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(distributor.Register(first.get()), VYN_STATUS_SUCCESS);
   EXPECT_EQ(distributor.Register(kept.get()), VYN_STATUS_SUCCESS);
 
   unsigned char bytes[2] = {5, 6};
@@ -122,7 +122,9 @@ TEST(MessageQueueTest, NotifyCopiesIntoEveryReceiverAndTerminateDeletesOnlyThose
   // A receiver still busy with its own thread is stopped before deletion.
   running->hook = [](CVYNMessage&) { std::this_thread::sleep_for(milliseconds(20)); };
   ASSERT_EQ(running->Initialize(true), VYN_STATUS_SUCCESS);
-  ASSERT_EQ(distributor.Register(running), VYN_STATUS_SUCCESS);
+  ASSERT_EQ(distributor.Register(running.get()), VYN_STATUS_SUCCESS);
+  static_cast<void>(first.release());  // both belong to the distributor now
+  static_cast<void>(running.release());
   for (int i = 0; i < 5; ++i) distributor.Notify(message);
   EXPECT_EQ(distributor.Terminate(), VYN_STATUS_SUCCESS);
   EXPECT_TRUE(deleted[0]);
@@ -197,6 +199,7 @@ TEST(MessageQueueTest, EightProducersDeliverEveryMessageOnceInTheirOrder) {
   RecordingQueue queue;
   ASSERT_EQ(queue.Initialize(true), VYN_STATUS_SUCCESS);
   std::vector<std::thread> producers;
+  producers.reserve(kProducers);
   for (int p = 0; p < kProducers; ++p) {
     producers.emplace_back([&queue, p] {
       for (int i = 0; i < kEach; ++i) {
@@ -206,10 +209,10 @@ TEST(MessageQueueTest, EightProducersDeliverEveryMessageOnceInTheirOrder) {
     });
   }
   for (auto& producer : producers) producer.join();
-  queue.WaitFor(kProducers * kEach);
+  queue.WaitFor(static_cast<size_t>(kProducers) * kEach);
   queue.Terminate();
   const auto received = queue.WaitFor(0);
-  ASSERT_EQ(received.size(), static_cast<size_t>(kProducers * kEach));
+  ASSERT_EQ(received.size(), static_cast<size_t>(kProducers) * kEach);
   std::vector<int> next(kProducers, 0);
   for (const CVYNMessage& message : received) {
     const uint32_t producer = message.GetMessageType();

