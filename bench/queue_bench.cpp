@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -62,10 +63,15 @@ class ProbeQueue : public CVYNMessageQueue {
 };
 
 // The yardstick: one mutex, one condition variable, a deque of byte vectors
-// and a consumer thread.
+// and a consumer thread that hands each message to `handle`. With
+// `timed_wait` the consumer's wait ends after 500 ms at the latest, as the
+// dispatch thread's idle wait does (so that it can stamp its heartbeat); a
+// timed wait costs a wake-up more than an unlimited one.
+template <typename Handler>
 class PlainQueue {
  public:
-  explicit PlainQueue(LatencyProbe& probe) : probe_(probe), consumer_([this] { Consume(); }) {}
+  explicit PlainQueue(Handler handle, bool timed_wait = false)
+      : handle_(handle), timed_wait_(timed_wait), consumer_([this] { Consume(); }) {}
   ~PlainQueue() {
     {
       std::lock_guard lock(mutex_);
@@ -89,16 +95,22 @@ class PlainQueue {
       std::vector<unsigned char> message;
       {
         std::unique_lock lock(mutex_);
-        ready_.wait(lock, [this] { return stop_ || !pending_.empty(); });
+        const auto ready = [this] { return stop_ || !pending_.empty(); };
+        if (!timed_wait_) {
+          ready_.wait(lock, ready);
+        } else if (!ready_.wait_for(lock, std::chrono::milliseconds(500), ready)) {
+          continue;
+        }
         if (stop_) return;
         message = std::move(pending_.front());
         pending_.pop_front();
       }
-      probe_.Receive(message.data());
+      handle_(message.data());
     }
   }
 
-  LatencyProbe& probe_;
+  Handler handle_;
+  const bool timed_wait_;
   std::mutex mutex_;
   std::condition_variable ready_;
   std::deque<std::vector<unsigned char>> pending_;
@@ -149,10 +161,18 @@ BENCHMARK(BM_LatencyCVYNMessageQueue)->Arg(0)->Arg(100)->Iterations(20000)->UseM
 
 void BM_LatencyPlainQueue(benchmark::State& state) {
   LatencyProbe probe;
-  PlainQueue queue(probe);
+  PlainQueue queue([&probe](const unsigned char* bytes) { probe.Receive(bytes); },
+                   state.range(1) != 0);
   MeasureLatency(state, probe, [&](unsigned char* bytes) { queue.Push(bytes, kMessageBytes); });
 }
-BENCHMARK(BM_LatencyPlainQueue)->Arg(0)->Arg(100)->Iterations(20000)->UseManualTime();
+// Arguments: pause before each push (us), timed wait (0 or 1).
+BENCHMARK(BM_LatencyPlainQueue)
+    ->Args({0, 0})
+    ->Args({100, 0})
+    ->Args({0, 1})
+    ->Args({100, 1})
+    ->Iterations(20000)
+    ->UseManualTime();
 
 // Receivers without dispatch threads: the cost of the distribution alone.
 // The receivers are emptied outside the measured time every 1024 messages.
@@ -187,6 +207,14 @@ void BM_NotifyToIdleReceivers(benchmark::State& state) {
 }
 BENCHMARK(BM_NotifyToIdleReceivers)->Arg(1)->Arg(4);
 
+// Waits, sleeping, until `count` reaches `target`: a spinning sender would
+// take the processor from the receivers' threads on a small machine.
+void AwaitCount(const std::atomic<int64_t>& count, int64_t target) {
+  while (count.load(std::memory_order_relaxed) < target) {
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+}
+
 class CountingQueue : public CVYNMessageQueue {
  public:
   std::atomic<int64_t> processed{0};
@@ -218,14 +246,36 @@ void BM_NotifyToDispatchingReceivers(benchmark::State& state) {
   for (auto _ : state) {
     for (int64_t i = 0; i < kBatch; ++i) distributor.Notify(message);
     sent += kBatch;
-    for (CountingQueue* queue : counting) {
-      while (queue->processed.load(std::memory_order_relaxed) < sent) std::this_thread::yield();
-    }
+    for (CountingQueue* queue : counting) AwaitCount(queue->processed, sent);
   }
   state.SetItemsProcessed(state.iterations() * kBatch);
   distributor.Terminate();
 }
 BENCHMARK(BM_NotifyToDispatchingReceivers)->Arg(1)->Arg(4)->UseRealTime();
+
+// The same fan-out over plain queues, as a yardstick for the one above.
+void BM_FanOutToPlainQueues(benchmark::State& state) {
+  constexpr int64_t kBatch = 4096;
+  const auto receivers = static_cast<size_t>(state.range(0));
+  std::vector<std::atomic<int64_t>> processed(receivers);
+  using Counter = std::function<void(const unsigned char*)>;
+  std::vector<std::unique_ptr<PlainQueue<Counter>>> queues;
+  for (size_t i = 0; i < receivers; ++i) {
+    queues.push_back(std::make_unique<PlainQueue<Counter>>(
+        [&processed, i](const unsigned char*) { processed[i].fetch_add(1); }));
+  }
+  unsigned char bytes[kMessageBytes] = {};
+  int64_t sent = 0;
+  for (auto _ : state) {
+    for (int64_t i = 0; i < kBatch; ++i) {
+      for (auto& queue : queues) queue->Push(bytes, kMessageBytes);
+    }
+    sent += kBatch;
+    for (auto& count : processed) AwaitCount(count, sent);
+  }
+  state.SetItemsProcessed(state.iterations() * kBatch);
+}
+BENCHMARK(BM_FanOutToPlainQueues)->Arg(1)->Arg(4)->UseRealTime();
 
 }  // namespace
 

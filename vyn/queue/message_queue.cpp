@@ -85,11 +85,11 @@ int32_t CVYNMessageQueue::PushMessage(CVYNMessage& message) {
     } catch (const std::bad_alloc&) {
       return VYN_STATUS_NO_MEMORY;
     }
-    message_count_.fetch_add(1, std::memory_order_relaxed);
+    message_count_.fetch_add(1);
   }
   // Woken after the lock is given back, so that the woken thread finds it
   // free rather than starting its 1 ms polling.
-  WakeDispatchThread();
+  WakeDispatchThread(false);
   return VYN_STATUS_SUCCESS;
 }
 
@@ -201,26 +201,32 @@ void CVYNMessageQueue::StopDispatchThread() {
   // The stop request first, then the wake-up: the woken loop must already
   // find its running flag cleared.
   dispatch_thread_.DestroyThread(false);
-  WakeDispatchThread();
+  WakeDispatchThread(true);
   dispatch_thread_.DestroyThread(true);
 }
 
-void CVYNMessageQueue::WakeDispatchThread() {
-  bool idle;
+void CVYNMessageQueue::WakeDispatchThread(bool always) {
+  // The count went up before this look (both sequentially consistent), and
+  // the thread raises the flag before it looks at the count: one of the two
+  // sees the other, so no push goes unnoticed.
+  if (!always && !thread_idle_.load()) return;
   {
     std::lock_guard lock(wake_mutex_);
     wake_pending_ = true;
-    idle = thread_idle_;
   }
-  if (idle) wake_changed_.notify_one();
+  wake_changed_.notify_one();
 }
 
 void CVYNMessageQueue::WaitForWakeUp(uint32_t milliseconds) {
   std::unique_lock lock(wake_mutex_);
-  thread_idle_ = true;
-  wake_changed_.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                         [this] { return wake_pending_; });
-  thread_idle_ = false;
+  thread_idle_.store(true);
+  // A push between the failed pop and the raised flag did not look for a
+  // sleeper; its message is counted already.
+  if (message_count_.load() == 0) {
+    wake_changed_.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                           [this] { return wake_pending_; });
+  }
+  thread_idle_.store(false);
   wake_pending_ = false;
 }
 

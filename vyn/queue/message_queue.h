@@ -42,7 +42,10 @@
 // message lock; every other operation waits as long as needed.
 // Terminate holds both locks while it waits for the dispatch thread to end,
 // so a ProcessMessage must not call PushMessage, Notify, Register or
-// Unregister of its own queue once Terminate may have begun.
+// Unregister of its own queue once Terminate may have begun. It stops and
+// deletes the registered queues only after giving both locks back, so their
+// handlers may call into this queue meanwhile. The wake-up mutex of the
+// dispatch thread is taken alone, never while another lock is requested.
 //
 // Log entries carry the caller "CVYNMessageQueue" and, as context, the
 // queue's address: "0x" and 16 upper-case hexadecimal digits (the 8 digits
@@ -115,7 +118,9 @@ class VYN_EXPORT CVYNMessageQueue {
   void ReportException(const CVYNMessage& message, const char* what) noexcept;
   // Stops the dispatch thread and waits for it.
   void StopDispatchThread();
-  void WakeDispatchThread();
+  // Wakes an idle dispatch thread; with `always`, also a thread that is
+  // about to wait (a stop must never be missed).
+  void WakeDispatchThread(bool always);
   // Waits at most `milliseconds` for a wake-up, and consumes it.
   void WaitForWakeUp(uint32_t milliseconds);
   int32_t AddOutput(const std::string& text, _VYNSystemLogExEventType type);
@@ -130,18 +135,19 @@ class VYN_EXPORT CVYNMessageQueue {
   // Written under message_lock_, read without it.
   std::atomic<int32_t> message_count_{0};
   std::atomic<int64_t> discarded_count_{0};
-  // The idle wait of the dispatch thread, ended by every push (once the
-  // message lock is given back) and by a stop. A wake-up of its own rather
-  // than the thread's soft-stop flag and stop event: a push racing the
-  // loop's reset of those two could leave the event set and the flag clear,
-  // and the idle loop would then spin until the next push. The condition is
-  // notified after its mutex is given back, so that the woken thread does
-  // not at once block on that mutex; and only while the thread is idle, so
-  // that a busy thread costs a push no system call.
+  // The idle wait of the dispatch thread, ended by a push (once the message
+  // lock is given back) and by a stop. A wake-up of its own rather than the
+  // thread's soft-stop flag and stop event: a push racing the loop's reset
+  // of those two could leave the event set and the flag clear, and the idle
+  // loop would then spin until the next push. A push looks for a sleeper
+  // through thread_idle_ alone and takes the mutex only when there is one,
+  // so a busy thread costs a push nothing; the condition is notified after
+  // the mutex is given back, so that the woken thread does not at once
+  // block on it.
+  std::atomic<bool> thread_idle_{false};
   std::mutex wake_mutex_;
   std::condition_variable wake_changed_;
   bool wake_pending_ = false;  // guarded by wake_mutex_
-  bool thread_idle_ = false;   // guarded by wake_mutex_
 };
 
 VYN_EXPORT CVYNMessageQueue& GetVYNMessageQueue();
