@@ -69,6 +69,7 @@ void BM_AddOutputLatency(benchmark::State& state) {
     std::vector<std::vector<int64_t>> samples(producers, std::vector<int64_t>(kCallsPerProducer));
     std::latch start(producers);
     std::vector<std::thread> threads;
+    threads.reserve(producers);
     const auto begin = Clock::now();
     for (int p = 0; p < producers; ++p) {
       threads.emplace_back([&, p] {

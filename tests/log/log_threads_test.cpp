@@ -34,6 +34,7 @@ TEST_F(LogTest, EightThreadsLoseNothingAndKeepTheirOrder) {
   const int64_t lost = log_.GetLostEntryCount();
   std::atomic<int> refused{0};
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int t = 0; t < 8; ++t) {
     threads.emplace_back([t, &refused] {
       const auto type = t % 2 ? VYN_EVENT_DEBUG : VYN_EVENT_COMMAND;
@@ -69,7 +70,7 @@ TEST_F(LogTest, EightThreadsLoseNothingAndKeepTheirOrder) {
   EXPECT_EQ(refused, 0);
   EXPECT_EQ(static_cast<int64_t>(files.size()), titles + 1);
   const std::array<int64_t, 10> after = Statistics();
-  EXPECT_EQ(after[0] - before[0], 8 * kPerThread + titles);
+  EXPECT_EQ(after[0] - before[0], int64_t{8} * kPerThread + titles);
   EXPECT_EQ(after[7] - before[7], titles);          // information
   EXPECT_EQ(after[8] - before[8], 4 * kPerThread);  // command
   EXPECT_EQ(after[9] - before[9], 4 * kPerThread);  // debug
@@ -113,7 +114,8 @@ int ReportHangThroughTheLog() {
   std::string fatal;  // the last heartbeat's "YYYY-MM-DD; hh:mm:ss" cut off
   for (const Record& entry : ReadEntries(LogFiles().at(0))) {
     if (entry[kEvent] == "fatal" && entry[kCaller] == "CVYNThreadMonitor") {
-      fatal += entry[kText].substr(0, entry[kText].size() - 20 * (entry[kText][0] == 'C')) + "|";
+      fatal +=
+          entry[kText].substr(0, entry[kText].size() - size_t{20} * (entry[kText][0] == 'C')) + "|";
     }
   }
   if (fatal == report +
