@@ -19,73 +19,56 @@
 namespace vyn::test {
 
 using Record = std::vector<std::string>;
+enum Column { kNumber, kDate, kTime, kMs, kMsGmt, kEvent, kReference, kCaller, kContext, kText };
 
-// Records end with CR LF outside quotes; fields are separated by ';'; a field
-// that starts with '"' runs to the closing quote ("" stands for one quote).
+// Records end with CR LF outside quotes, fields with ';'; a field that starts
+// with '"' runs to the closing quote ("" stands for one quote).
 inline std::vector<Record> ParseCsv(const std::string& text) {
-  std::vector<Record> records;
-  Record record;
-  std::string field;
+  std::vector<Record> records(1, Record(1));
   bool quoted = false;
   for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (quoted) {
-      if (c != '"') {
-        field += c;
-      } else if (i + 1 < text.size() && text[i + 1] == '"') {
-        field += text[++i];
-      } else {
-        quoted = false;
-      }
-    } else if (c == '"' && field.empty()) {
-      quoted = true;
-    } else if (c == ';') {
-      record.push_back(std::move(field));
-      field.clear();
-    } else if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
-      record.push_back(std::move(field));
-      field.clear();
-      records.push_back(std::move(record));
-      record.clear();
+    std::string& field = records.back().back();
+    if (text[i] == '"' && (quoted ? text[i + 1] != '"' : field.empty())) {
+      quoted = !quoted;
+    } else if (quoted) {
+      field += text[i];
+      i += text[i] == '"';  // the second of a doubled quote
+    } else if (text[i] == ';') {
+      records.back().emplace_back();
+    } else if (text.compare(i, 2, "\r\n") == 0) {
+      records.emplace_back(1);
       ++i;
     } else {
-      field += c;
+      field += text[i];
     }
   }
-  EXPECT_TRUE(field.empty() && record.empty()) << "the last record is not ended by CR LF";
+  EXPECT_EQ(records.back(), Record(1)) << "the last record does not end with CR LF";
+  records.pop_back();
   return records;
 }
 
-// The ten columns of a record.
-enum Column { kNumber, kDate, kTime, kMs, kMsGmt, kEvent, kReference, kCaller, kContext, kText };
-
-// "Name 2024-01-02 10-11-12.csv" sorts before "... (2).csv", "... (3).csv".
+// "Name 2024-01-02 10-11-12.csv" before "... (2).csv", "... (3).csv", ...
 inline std::vector<std::string> LogFiles() {
-  std::vector<std::pair<std::pair<std::string, int>, std::string>> keyed;
+  std::vector<std::pair<std::pair<std::string, int>, std::string>> files;
   std::error_code ignored;
   for (const auto& item : std::filesystem::directory_iterator("Logs", ignored)) {
-    std::string stem = item.path().stem().string();
-    int copy = 1;
-    const size_t open = stem.rfind(" (");
-    if (!stem.empty() && stem.back() == ')' && open != std::string::npos) {
-      copy = std::stoi(stem.substr(open + 2));
-      stem.resize(open);
-    }
-    keyed.push_back({{stem, copy}, item.path().string()});
+    const std::string stem = item.path().stem().string();
+    const size_t copy = stem.back() == ')' ? stem.rfind(" (") : stem.size();
+    files.push_back(
+        {{stem.substr(0, copy), copy < stem.size() ? std::stoi(stem.substr(copy + 2)) : 1},
+         item.path().string()});
   }
-  std::sort(keyed.begin(), keyed.end());
-  std::vector<std::string> files;
-  for (const auto& item : keyed) files.push_back(item.second);
-  return files;
+  std::sort(files.begin(), files.end());
+  std::vector<std::string> paths;
+  for (const auto& file : files) paths.push_back(file.second);
+  return paths;
 }
 
-// The entry records of one file, checking its header on the way.
+// The entry records of a file, after checking its header.
 inline std::vector<Record> ReadEntries(const std::string& path) {
   std::vector<Record> records = ParseCsv(ReadFile(path));
-  EXPECT_FALSE(records.empty()) << path;
-  if (records.empty()) return records;
-  EXPECT_EQ(records.front(), (Record{"Number", "Date", "Time", "ms", "ms [GMT]", "Event",
-                                     "Reference", "Caller", "Context", "Message"}));
+  EXPECT_EQ(records.at(0), (Record{"Number", "Date", "Time", "ms", "ms [GMT]", "Event", "Reference",
+                                   "Caller", "Context", "Message"}));
   records.erase(records.begin());
   return records;
 }
@@ -97,8 +80,8 @@ inline std::array<int64_t, 10> Statistics() {
   return s;
 }
 
-// Filters are read when an entry is written: before changing one, a test
-// waits until the output thread has written everything.
+// Filters are read when an entry is written, and a new file's title entry is
+// accepted only while the log runs: tests wait for the writing first.
 inline void WaitUntilWritten() {
   for (int i = 0; i < 6000 && GetVYNSystemLogEx().GetEntryCount() != 0; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -109,13 +92,12 @@ inline void WaitUntilWritten() {
 class LogTest : public ::testing::Test {
  protected:
   LogTest() {
-    CVYNSystemLogEx& log = GetVYNSystemLogEx();
-    log.SetFileFilter(0xFFFFFFFF);
-    log.SetOutputFilter(0xFFFFFFFF);
-    log.SetEnableOutput(false);
-    log.SetControlAutoScroll(false);
+    log_.SetFileFilter(0xFFFFFFFF);
+    log_.SetOutputFilter(0xFFFFFFFF);
+    log_.SetEnableOutput(false);
+    log_.SetControlAutoScroll(false);
   }
-  ~LogTest() override { GetVYNSystemLogEx().Terminate(); }
+  ~LogTest() override { log_.Terminate(); }
 
   CVYNSystemLogEx& log_ = GetVYNSystemLogEx();
   TempDir directory_;

@@ -45,7 +45,9 @@ TEST(MonitoredThreadTest, RegisteredWhileItsThreadRunsWithFreshHeartbeats) {
 
   // A heartbeat from a thread that never registered puts it in the list once.
   second.SetThreadName("monitored-b");
-  ASSERT_EQ(second.CreateThread(nullptr, nullptr, nullptr, 0, 0, false), VYN_STATUS_SUCCESS);
+  // Waiting for the start of a thread without a function returns once its
+  // hooks have run, so its own registration cannot race the heartbeat below.
+  ASSERT_EQ(second.CreateThread(nullptr, nullptr, nullptr, 0, 0, true), VYN_STATUS_SUCCESS);
   second.UpdateStatus();  // the hooks ran and left; now an explicit heartbeat
   second.UpdateStatus();
   const auto names = GetVYNThreadMonitor().GetRegisteredThreadNames();

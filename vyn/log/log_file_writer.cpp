@@ -12,7 +12,7 @@ namespace {
 
 // Large enough that a burst costs few system calls, small enough that the
 // memory stays negligible.
-constexpr size_t kWriteChunk = 64 * 1024;
+constexpr size_t kWriteChunk = size_t{64} * 1024;
 
 std::mutex g_redirect_mutex;
 std::string g_redirect_path;

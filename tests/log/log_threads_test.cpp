@@ -1,0 +1,132 @@
+// The log among other threads: eight writers at once lose nothing and keep
+// their order, and the thread monitor's hang report reaches the file although
+// every monitored thread, the log's own included, freezes right after it (in
+// a child process, as the hang leaves a frozen process behind).
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/log/log_test_support.h"
+#include "vyn/core/status.h"
+#include "vyn/threads/monitored_thread.h"
+#include "vyn/threads/thread_monitor.h"
+#include "vyn/threads/thread_monitor_testing.h"
+
+namespace vyn::test {
+namespace {
+
+#if defined(__SANITIZE_THREAD__)
+constexpr int kPerThread = 10000;  // ThreadSanitizer is some 20 times slower
+#else
+constexpr int kPerThread = 100000;
+#endif
+
+TEST_F(LogTest, EightThreadsLoseNothingAndKeepTheirOrder) {
+  ASSERT_EQ(log_.Initialize(nullptr, "Busy", "V 1"), VYN_STATUS_SUCCESS);
+  const std::array<int64_t, 10> before = Statistics();
+  const int64_t lost = log_.GetLostEntryCount();
+  std::atomic<int> refused{0};
+  std::vector<std::thread> threads;
+  threads.reserve(8);
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([t, &refused] {
+      const auto type = t % 2 ? VYN_EVENT_DEBUG : VYN_EVENT_COMMAND;
+      for (int i = 0; i < kPerThread; ++i) {
+        const std::string text = std::to_string(t) + " " + std::to_string(i);
+        refused += GetVYNSystemLogEx().AddOutput(text, type, "", "Thread") != VYN_STATUS_SUCCESS;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  WaitUntilWritten();
+  log_.Terminate();
+
+  std::array<int, 8> next{};
+  int64_t last = 0;
+  int64_t titles = 0;
+  const std::vector<std::string> files = LogFiles();
+  for (const std::string& file : files) {
+    for (const Record& entry : ReadEntries(file)) {
+      ASSERT_GT(std::stoll(entry[kNumber]), last) << file;
+      last = std::stoll(entry[kNumber]);
+      titles += entry[kText] == "Busy V 1";
+      if (entry[kCaller] != "Thread") continue;
+      const int t = entry[kText][0] - '0';
+      ASSERT_EQ(entry[kText].substr(2), std::to_string(next.at(t)++)) << "thread " << t;
+    }
+  }
+  for (const int count : next) EXPECT_EQ(count, kPerThread);
+  EXPECT_EQ(refused, 0);
+  EXPECT_EQ(static_cast<int64_t>(files.size()), titles + 1);
+  const std::array<int64_t, 10> after = Statistics();
+  EXPECT_EQ(after[0] - before[0], int64_t{8} * kPerThread + titles);
+  EXPECT_EQ(after[7] - before[7], titles);          // information
+  EXPECT_EQ(after[8] - before[8], 4 * kPerThread);  // command
+  EXPECT_EQ(after[9] - before[9], 4 * kPerThread);  // debug
+  EXPECT_EQ(log_.GetLostEntryCount(), lost);
+}
+
+constexpr int64_t kOneSecond100ns = 10000000;
+
+// Stamps one heartbeat, then never again.
+int32_t FallSilent(void* raw) {
+  auto* thread = static_cast<CVYNMonitoredThread*>(raw);
+  thread->SignalStart();
+  thread->UpdateStatus();
+  while (thread->IsRunning()) thread->Sleep(100);
+  return 0;
+}
+
+// Exit code 0 when the hang report and the announcement of the dump are in
+// the file; the reason of a failure goes to standard error.
+int ReportHangThroughTheLog() {
+  TempDir directory;
+  ScopedCurrentDirectory current(directory.path());
+  vyn::testing::SetThreadMonitorTiming(2 * kOneSecond100ns, 50);
+  CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
+  GetVYNSystemLogEx().Initialize(nullptr, "Hang", "V 1");
+  CVYNMonitoredThread silent;
+  silent.SetThreadName("VYN Silent");
+  silent.CreateThread(&FallSilent, &silent, nullptr, 0, 0, true);
+  const std::string report =
+      "CheckObjects(); a thread has stopped to respond; thread name; "
+      "VYN Silent; thread ID; " +
+      std::to_string(static_cast<int>(silent.GetThreadID())) + "; last response; ";
+  monitor.Initialize();
+  for (int i = 0; i < 400 && !monitor.IsObjectTimeout(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  // The stop releases the frozen output thread, which writes what is queued.
+  GetVYNSystemLogEx().Terminate();
+  silent.DestroyThread(true);
+  monitor.Terminate();
+  std::string fatal;  // the last heartbeat's "YYYY-MM-DD; hh:mm:ss" cut off
+  for (const Record& entry : ReadEntries(LogFiles().at(0))) {
+    if (entry[kEvent] == "fatal" && entry[kCaller] == "CVYNThreadMonitor") {
+      fatal +=
+          entry[kText].substr(0, entry[kText].size() - size_t{20} * (entry[kText][0] == 'C')) + "|";
+    }
+  }
+  if (fatal == report +
+                   "|A thread has stopped to respond. The thread monitor is going to "
+                   "create a memory dump of the application.|") {
+    return 0;
+  }
+  std::fprintf(stderr, "fatal entries in the file:\n%s", fatal.c_str());
+  return 1;
+}
+
+TEST(LogWatchdogDeathTest, HangReportReachesTheFile) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(std::_Exit(ReportHangThroughTheLog()), ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace vyn::test
