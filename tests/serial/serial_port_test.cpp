@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "sim/device_simulator.h"
+#include "tests/support/temp_dir.h"
 #include "vyn/core/status.h"
 #include "vyn/device/command_set.h"
 #include "vyn/queue/message.h"
@@ -218,6 +220,18 @@ TEST_F(SerialPortTest, RefusesAPortInUseAndStopsCleanly) {
   EXPECT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_UNSPECIFIC_ERROR);
   EXPECT_FALSE(port_.IsRunning());
   close(other);
+
+  // A device without permission for us (root may open anything, so only
+  // other users see this refusal).
+  if (geteuid() != 0) {
+    vyn::test::TempDir dir;
+    const std::string locked = dir.File("locked-port");
+    vyn::test::WriteFile(locked, "");
+    ASSERT_EQ(chmod(locked.c_str(), 0), 0);
+    CVYNSerialPort other_port;
+    other_port.SetCOMPort(locked);
+    EXPECT_EQ(other_port.OpenSerialPort(true), VYN_STATUS_UNSPECIFIC_ERROR);
+  }
 
   ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
   // Stop with a frame just queued: the stop neither hangs nor crashes.

@@ -50,7 +50,7 @@ void PrintLibrary() {
 }
 
 void PrintThreads() {
-  std::printf("threads under the watchdog:");
+  std::printf("threads running under the watchdog:");
   for (const std::string& name : GetVYNThreadMonitor().GetRegisteredThreadNames()) {
     std::printf(" \"%s\"", name.c_str());
   }
@@ -172,6 +172,7 @@ int RunDemo(const DemoOptions& options) {
   device.Stop();
 
   GetVYNThreadMonitor().Terminate();
+  PrintThreads();  // the log's output thread is the last one left
   log.Terminate();
   int64_t s[10] = {};
   log.GetLogStatistics(&s[0], &s[1], &s[2], &s[3], &s[4], &s[5], &s[6], &s[7], &s[8], &s[9]);
