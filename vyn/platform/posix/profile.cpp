@@ -163,7 +163,7 @@ size_t ReadProfileString(const std::string& section, const std::string& key,
     }
   }
   const size_t copied = std::min(value.size(), size - 1);
-  std::memcpy(buffer, value.data(), copied);
+  if (copied > 0) std::memcpy(buffer, value.data(), copied);  // an empty value may have no data
   buffer[copied] = '\0';
   return copied;
 }
