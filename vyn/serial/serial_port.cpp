@@ -288,11 +288,12 @@ bool CVYNSerialPort::ReadBurst(unsigned char* buffer) {
       alive = result.status != IoStatus::kHungUp;
       break;
     }
-    // Quiet for 2 ms ends the read, as the interval time-out would.
+    // Quiet for 2 ms ends the read, as the interval time-out would; so does
+    // a wake-up (a frame to write, a stop), which the pass then handles.
     const auto ready =
-        vyn::platform::WaitForDescriptor(device_.descriptor(), false, nullptr, kQuietLineMs);
-    if (!ready.readable) {
-      alive = !ready.hung_up;
+        vyn::platform::WaitForDescriptor(device_.descriptor(), false, &wake_, kQuietLineMs);
+    if (!ready.readable || ready.woken) {
+      alive = !ready.hung_up || ready.readable;
       break;
     }
   }
