@@ -173,6 +173,10 @@ std::vector<Reply> Replies() {
       {CcpuFrame(0x4B54, Cat({Text("15"), Text("")})),
        "ECPU_CMD_ID_ACK_GET_PRODUCTION_INFO; internal status; 0; production date; 15; production "
        "user; "},
+      // Two texts in three bytes, but four is the least such a reply has.
+      {CcpuFrame(0x4B54, {'x', 0, 0}),
+       "ECPU_CMD_ID_ACK_GET_PRODUCTION_INFO; internal status; -27; production date; ; production "
+       "user; "},
       // Axis values are signed 16-bit, I2C errors 32-bit, loops 16-bit.
       {CcpuFrame(0x8002, {0x05, 0x00, 0x10, 0x1B, 0xFF, 0xFF, 0x1A, 0x01, 0x00, 0x00, 0x01, 0x06,
                           0x00, 0xF0, 0x07, 0x01, 0x00, 0x03}),

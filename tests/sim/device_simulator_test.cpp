@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <string>
@@ -111,11 +112,12 @@ TEST_F(DeviceSimulatorTest, AnswersEveryRequestAndKeepsWhatIsSet) {
       {CcpuFrame(0x0B54, {}),
        "ECPU_CMD_ID_ACK_GET_PRODUCTION_INFO; internal status; 0; production date; ; production "
        "user; xy"},
-      {McpuFrame(0x21, {}),
+      // The library's request: one zero byte of payload.
+      {McpuFrame(0x21, {0}),
        "MCPU_CMD_ID_READ_ENCODER_CALIBRATION; internal status; 0; EFO; 0; 0; 0; zero; 0; 0; 0"},
       {McpuFrame(0x1A, {}), "MCPU_CMD_ID_CALIBRATE_ZERO"},
       {McpuFrame(0x1B, {}), "MCPU_CMD_ID_CALIBRATE_EFO"},
-      // An empty request with a stray zero byte behind it, as the library sends it.
+      // The other reading of six such bytes: an empty request and a stray zero.
       {{0x3E, 0x21, 0x00, 0x21, 0x00, 0x00},
        "MCPU_CMD_ID_READ_ENCODER_CALIBRATION; internal status; 0; EFO; 40; 80; 120; zero; 0; 0; "
        "0"},
@@ -227,19 +229,22 @@ TEST_F(DeviceSimulatorTest, DamagesTheNextFrameOnDemand) {
     for (int i = 0; i < 9; ++i) EXPECT_EQ(reply[i] != good[i], i == at) << i;
   }
 
-  device_.SendGarbage(20);
+  // Enough garbage that random bytes would hold a start byte.
+  device_.SendGarbage(1000);
   ASSERT_TRUE(port_->Send(request));
-  const Bytes reply = port_->Read(29);
-  ASSERT_EQ(reply.size(), 29u);
-  for (size_t i = 0; i < 20; ++i) EXPECT_TRUE(reply[i] != 0x42 && reply[i] != 0x3E) << i;
-  EXPECT_EQ(Bytes(reply.begin() + 20, reply.end()), good);
+  const Bytes reply = port_->Read(1009);
+  ASSERT_EQ(reply.size(), 1009u);
+  EXPECT_EQ(std::count(reply.begin(), reply.end() - 9, 0x42) +
+                std::count(reply.begin(), reply.end() - 9, 0x3E),
+            0);
+  EXPECT_EQ(Bytes(reply.end() - 9, reply.end()), good);
 
   EXPECT_EQ(AskGood(request), good);  // the faults are spent
   const auto counters = device_.counters();
   EXPECT_EQ(counters.replies, 6u);
-  EXPECT_EQ(counters.garbage_bytes, 20u);
+  EXPECT_EQ(counters.garbage_bytes, 1000u);
   EXPECT_EQ(counters.faults_applied, 3u);
-  EXPECT_EQ(counters.bytes_sent, 9u + 8 + 9 + 9 + 29 + 9);
+  EXPECT_EQ(counters.bytes_sent, 9u + 8 + 9 + 9 + 1009 + 9);
 }
 
 TEST_F(DeviceSimulatorTest, StallAndSplitDelayWhatIsSent) {
