@@ -54,6 +54,26 @@ inline Bytes McpuFrame(unsigned char id, const Bytes& payload) {
   return frame;
 }
 
+// The length a frame's header declares for the whole frame (an MCPU header
+// for anything that does not start with 'B').
+inline size_t FrameLength(const Bytes& header) {
+  if (header.at(0) != 0x42) return header.at(2) + 5u;
+  const size_t n = header.at(3) | header.at(4) << 8;
+  return n == 0 ? 7 : n + 8;
+}
+
+// A complete frame of either layout with both checksums right.
+inline bool WellFormed(const Bytes& frame) {
+  const bool ccpu = !frame.empty() && frame[0] == 0x42;
+  if (frame.size() < (ccpu ? 7u : 5u) || (!ccpu && frame[0] != 0x3E)) return false;
+  if (FrameLength(frame) != frame.size()) return false;
+  const size_t start = ccpu ? 7 : 4;
+  const unsigned char header_sum = ccpu ? ByteSum(&frame[1], 5) : ByteSum(&frame[1], 2);
+  return header_sum == frame[start - 1] &&
+         ((ccpu && frame.size() == 7) ||
+          ByteSum(&frame[start], frame.size() - start - 1) == frame.back());
+}
+
 inline Bytes Le16(uint16_t value) {
   return {static_cast<unsigned char>(value & 0xFF), static_cast<unsigned char>(value >> 8)};
 }
@@ -87,7 +107,7 @@ using Record = std::array<unsigned char, 1024>;
 inline Record ToRecord(const Bytes& frame, unsigned char fill = 0) {
   Record record;
   record.fill(fill);
-  std::memcpy(record.data(), frame.data(), std::min(frame.size(), record.size()));
+  std::copy_n(frame.begin(), std::min(frame.size(), record.size()), record.begin());
   return record;
 }
 
