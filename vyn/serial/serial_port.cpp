@@ -44,13 +44,7 @@ CVYNSerialPort::CVYNSerialPort() {
   });
 }
 
-CVYNSerialPort::~CVYNSerialPort() {
-  stopping_ = true;
-  wake_.Signal();
-  thread_.DestroyThread(true);
-  CVYNSynchronize pass(&pass_lock_, true);
-  device_.Close();
-}
+CVYNSerialPort::~CVYNSerialPort() { TerminateReceivingThread(); }
 
 int32_t CVYNSerialPort::AddOutput(std::string text, _VYNSystemLogExEventType type) {
   std::string reference;
@@ -302,21 +296,17 @@ bool CVYNSerialPort::ReadBurst(unsigned char* buffer) {
 }
 
 int CVYNSerialPort::WaitTimeoutMs(uint32_t now) const {
+  // Milliseconds until `period` has passed since `since_tick` (just past it,
+  // as the checks ask for "more than"), 0 when it has.
+  const auto until = [now](uint32_t since_tick, uint32_t period) {
+    const uint32_t since = now - since_tick;
+    return since > period ? 0 : static_cast<int>(period - since + 1);
+  };
   int timeout = kIdleWaitMs;
   const uint32_t last = assembler_.GetTimeOfLastReception();
-  if (last != 0) {
-    const uint32_t since = now - last;
-    const uint32_t left = since > CVYNFrameAssembler::kReceptionTimeoutMs
-                              ? 0
-                              : CVYNFrameAssembler::kReceptionTimeoutMs - since + 1;
-    timeout = std::min<int>(timeout, static_cast<int>(left));
-  }
-  if (dump_mode_ != 0) {
-    const uint32_t since = now - last_statistics_tick_;
-    const int left =
-        since > kStatisticsPeriodMs ? 0 : static_cast<int>(kStatisticsPeriodMs - since + 1);
-    timeout = std::min(timeout, left);
-  }
+  if (last != 0) timeout = std::min(timeout, until(last, CVYNFrameAssembler::kReceptionTimeoutMs));
+  if (dump_mode_ != 0)
+    timeout = std::min(timeout, until(last_statistics_tick_, kStatisticsPeriodMs));
   return timeout;
 }
 
