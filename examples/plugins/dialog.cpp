@@ -29,8 +29,9 @@ enum class Answer { kYes, kNo, kNobody };
 
 // The window, when a display and the program are there.
 Answer AskOnDisplay() {
-  const char* display = std::getenv("DISPLAY");
-  const char* wayland = std::getenv("WAYLAND_DISPLAY");
+  // The host does not change its environment while it shows a dialog.
+  const char* display = std::getenv("DISPLAY");          // NOLINT(concurrency-mt-unsafe)
+  const char* wayland = std::getenv("WAYLAND_DISPLAY");  // NOLINT(concurrency-mt-unsafe)
   if ((display == nullptr || *display == '\0') && (wayland == nullptr || *wayland == '\0')) {
     return Answer::kNobody;
   }

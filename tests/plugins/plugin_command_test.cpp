@@ -23,8 +23,6 @@ extern char** environ;
 namespace vyn::test {
 namespace {
 
-using ::testing::HasSubstr;
-
 const std::string kCounter = VYN_EXAMPLE_EVENT_COUNTER;
 const std::string kDialog = VYN_EXAMPLE_DIALOG;
 

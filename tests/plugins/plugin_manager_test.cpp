@@ -176,18 +176,18 @@ TEST_F(PluginTest, ThrownExceptionsStopInTheManagerAndAreLogged) {
 
   const auto files = std::filesystem::directory_iterator("Logs");
   const std::string written = ReadFile(begin(files)->path().string());
-  const std::string exception = "exception;;CVYNPluginManager;;\"";
+  const auto thrown = [](const char* where, const std::string& plugin, const char* what) {
+    return std::string("exception;;CVYNPluginManager;;\"") + where + " has thrown an exception; " +
+           plugin + "; " + what + "\"";
+  };
   for (const std::string& expected : std::vector<std::string>{
            "information;;CVYNPluginManager;;\"The plugin manager has been started.\"",
-           exception + "LoadPlugin(); PluginInitialize has thrown an exception; " +
-               VYN_EXAMPLE_BROKEN_INITIALIZE_THROWS + "; the example plug-in fails to initialise\"",
-           exception + "CallPluginProcessEvent(); PluginProcessEvent has thrown an exception; " +
-               kProbeA + "; probe event\"",
+           thrown("LoadPlugin(); PluginInitialize", VYN_EXAMPLE_BROKEN_INITIALIZE_THROWS,
+                  "the example plug-in fails to initialise"),
+           thrown("CallPluginProcessEvent(); PluginProcessEvent", kProbeA, "probe event"),
            // The event to all went on to the next plug-in after the first threw.
-           exception + "CallPluginProcessEvent(); PluginProcessEvent has thrown an exception; " +
-               kProbeB + "; probe event\"",
-           exception + "UnloadPlugin(); PluginTerminate has thrown an exception; " + kProbeA +
-               "; probe terminate\"",
+           thrown("CallPluginProcessEvent(); PluginProcessEvent", kProbeB, "probe event"),
+           thrown("UnloadPlugin(); PluginTerminate", kProbeA, "probe terminate"),
            "information;;CVYNPluginManager;;\"The plugin manager has been terminated.\""}) {
     EXPECT_THAT(written, HasSubstr(expected));
   }

@@ -30,8 +30,8 @@ bool DynamicLibrary::Open(const std::string& name) {
   }
   handle_ = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle_ == nullptr) {
-    // dlerror's text lives in thread-local storage until the next call.
-    const char* error = dlerror();
+    // dlerror keeps its text per thread (until this thread's next call).
+    const char* error = dlerror();  // NOLINT(concurrency-mt-unsafe)
     last_error_ = error != nullptr ? error : "cannot be loaded";
     return false;
   }
