@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 
 #include <chrono>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <utility>
@@ -51,14 +50,6 @@ class TerminalShell {
  public:
   TerminalShell() {
     if (!terminal_.Open()) return;
-    std::vector<char*> environment;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-      if (std::strncmp(*variable, "DISPLAY=", 8) != 0 &&
-          std::strncmp(*variable, "WAYLAND_DISPLAY=", 16) != 0) {
-        environment.push_back(*variable);
-      }
-    }
-    environment.push_back(nullptr);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
@@ -68,13 +59,13 @@ class TerminalShell {
     posix_spawn_file_actions_addopen(&actions, 0, terminal_.slave_path().c_str(), O_RDWR, 0);
     posix_spawn_file_actions_adddup2(&actions, 0, 1);
     posix_spawn_file_actions_adddup2(&actions, 0, 2);
-    std::string tool = VYN_TOOL;
-    std::vector<char*> argv = {tool.data(), const_cast<char*>("plugin"), const_cast<char*>("shell"),
-                               nullptr};
-    if (posix_spawn(&pid_, tool.c_str(), &actions, &attributes, argv.data(), environment.data()) !=
-        0) {
-      pid_ = -1;
-    }
+    // Without a display, the dialog asks on the terminal.
+    std::vector<std::string> args = {"/usr/bin/env",    "-u",     "DISPLAY", "-u",
+                                     "WAYLAND_DISPLAY", VYN_TOOL, "plugin",  "shell"};
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    if (posix_spawn(&pid_, argv[0], &actions, &attributes, argv.data(), environ) != 0) pid_ = -1;
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
   }

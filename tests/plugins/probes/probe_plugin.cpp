@@ -1,6 +1,8 @@
 // A plug-in for the tests: it writes what happens to it into a journal that
 // the test hands over, and on request calls back into the manager from
 // inside its entry points. Built twice, as probe_a and probe_b (PROBE_NAME).
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <future>
 #include <memory>
@@ -98,9 +100,13 @@ VYN_PLUGIN_EXPORT int32_t PluginProcessEvent(int32_t event, void* data) {
       g_journal = static_cast<ProbeJournal*>(data);
       return VYN_STATUS_SUCCESS;
     case kProbeWaitAtGate: {
-      const bool passed = static_cast<ProbeGate*>(data)->Pass(std::chrono::seconds(60));
+      auto* gate = static_cast<std::atomic<int>*>(data);
+      *gate = kGateEntered;
+      for (int i = 0; i < 60000 && *gate != kGateOpen; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
       Note("gate passed");
-      return passed ? VYN_STATUS_SUCCESS : VYN_STATUS_TIMEOUT;
+      return *gate == kGateOpen ? VYN_STATUS_SUCCESS : VYN_STATUS_TIMEOUT;
     }
     case kProbeUnloadSelf:
       return manager.UnloadPlugin(OwnRecord());
@@ -111,14 +117,6 @@ VYN_PLUGIN_EXPORT int32_t PluginProcessEvent(int32_t event, void* data) {
     case kProbeForward: {
       const auto* forward = static_cast<ProbeForward*>(data);
       return manager.CallPluginProcessEvent(forward->name, forward->event, nullptr, false);
-    }
-    case kProbeListNames: {
-      auto* names = static_cast<std::vector<std::string>*>(data);
-      std::string name;
-      for (int32_t i = 0; manager.GetPlugin(i, name) == VYN_STATUS_SUCCESS; ++i) {
-        names->push_back(name);
-      }
-      return VYN_STATUS_SUCCESS;
     }
     case kProbeThrow:
       throw std::runtime_error("probe event");

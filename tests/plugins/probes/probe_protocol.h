@@ -3,8 +3,6 @@
 // the same compiler with the same flags, so the records may hold C++ types.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -31,33 +29,9 @@ class ProbeJournal {
   std::vector<std::string> lines_;
 };
 
-// Holds an event handler inside the plug-in until the test opens it.
-class ProbeGate {
- public:
-  // In the handler: tells that it has arrived and waits for Open, at most
-  // `limit`; false when the limit passed.
-  bool Pass(std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex_);
-    entered_ = true;
-    changed_.notify_all();
-    return changed_.wait_for(lock, limit, [this] { return open_; });
-  }
-  bool WaitUntilEntered(std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [this] { return entered_; });
-  }
-  void Open() {
-    std::lock_guard lock(mutex_);
-    open_ = true;
-    changed_.notify_all();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool entered_ = false;
-  bool open_ = false;
-};
+// The states of the gate (a std::atomic<int>) that holds an event handler
+// inside the plug-in until the test opens it.
+enum ProbeGateState : int { kGateClosed, kGateEntered, kGateOpen };
 
 struct ProbeForward {
   const char* name;
@@ -66,12 +40,11 @@ struct ProbeForward {
 
 enum ProbeEvent : int32_t {
   kProbeAttachJournal = 1,      // data: a ProbeJournal that outlives the probe
-  kProbeWaitAtGate = 2,         // data: a ProbeGate
+  kProbeWaitAtGate = 2,         // data: the gate; waits at most 60 s
   kProbeUnloadSelf = 3,         // answers UnloadPlugin of its own (first) record
   kProbeUnloadAll = 4,          // answers UnloadAllPlugins
   kProbeLoad = 5,               // data: a file name; answers LoadPlugin
   kProbeForward = 6,            // data: a ProbeForward; answers that event's status
-  kProbeListNames = 7,          // data: a std::vector<std::string> for the names
   kProbeThrow = 8,              // throws
   kProbeThrowOnTerminate = 9,   // the next PluginTerminate throws
   kProbeAnnounceTerminate = 10  // PluginTerminate prints a line to standard output
