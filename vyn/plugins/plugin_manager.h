@@ -64,7 +64,11 @@
 // manager therefore waits for ever; it must not.
 //
 // Lock order: the manager's lock comes before every lock taken by the code of
-// a plug-in, and before the log's queue lock.
+// a plug-in, before the log's queue lock, and before the platform loader's
+// own lock (LoadPlugin loads libraries with its lock held). A library that a
+// thread loads by itself, outside the manager, runs its static constructors
+// under the loader's lock; should they call the manager while another thread
+// is in LoadPlugin, both threads would wait for ever. They must not.
 #pragma once
 
 #include <cstdint>
