@@ -5,7 +5,7 @@
 
 #include "vyn/core/status.h"
 #include "vyn/device/command_dump.h"
-#include "vyn/device/frame_bytes.h"
+#include "vyn/device/internal/frame_bytes.h"
 
 using vyn::device::McpuPayload;
 using vyn::device::Payload;

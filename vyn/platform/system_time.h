@@ -5,17 +5,7 @@
 
 #include <cstdint>
 
-// Calendar date and time; eight unsigned 16-bit fields in this order.
-struct SYSTEMTIME {
-  uint16_t wYear;
-  uint16_t wMonth;
-  uint16_t wDayOfWeek;  // 0 = Sunday
-  uint16_t wDay;
-  uint16_t wHour;
-  uint16_t wMinute;
-  uint16_t wSecond;
-  uint16_t wMilliseconds;
-};
+#include "vyn/base/platform_types.h"
 
 namespace vyn::platform {
 
