@@ -1,5 +1,5 @@
 // Calendar time and file time (100 ns units since 1601-01-01 00:00:00),
-// with the validation rules applications know from the original platform.
+// with the validation rules below.
 // Thread-safety: all functions are safe from any thread.
 #pragma once
 
