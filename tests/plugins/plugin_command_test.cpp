@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "support/pseudo_terminal.h"
 #include "tests/support/child_process.h"
 #include "vyn/platform/descriptor_io.h"
-#include "vyn/platform/pseudo_terminal.h"
 
 extern char** environ;
 
@@ -103,7 +103,7 @@ class TerminalShell {
   }
 
  private:
-  platform::PseudoTerminal terminal_;
+  support::PseudoTerminal terminal_;
   pid_t pid_ = -1;
   std::string shown_;
   size_t read_ = 0;

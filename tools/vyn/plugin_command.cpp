@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
+#include "support/console_input.h"
 #include "tools/vyn/commands.h"
 #include "vyn/core/memory_controls.h"
 #include "vyn/core/status.h"
 #include "vyn/log/system_log.h"
-#include "vyn/platform/console_input.h"
 #include "vyn/plugins/plugin_manager.h"
 
 namespace vyn::tool {
@@ -240,11 +240,11 @@ void RunLoad(const PluginOptions& options) {
 
 void RunShell(const PluginOptions& options) {
   // Before the log's thread starts, so that Ctrl-C reaches us as input.
-  vyn::platform::ConsoleInput console;
+  vyn::support::ConsoleInput console;
   PluginSession session(options.log);
   for (const std::string& path : options.paths) session.Load(path);
   std::string line;
-  while (console.ReadLine(&line) == vyn::platform::ConsoleInput::Result::kLine &&
+  while (console.ReadLine(&line) == vyn::support::ConsoleInput::Result::kLine &&
          session.Execute(line)) {
   }
 }

@@ -9,9 +9,10 @@
 #include <new>
 #include <type_traits>
 
+#include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
-#include "vyn/core/synchronize.h"
 #include "vyn/platform/dynamic_library.h"
 #include "vyn/plugins/plugin_entry_points.h"
 
@@ -41,8 +42,7 @@ CVYNPlugin::~CVYNPlugin() {
   if (pfnInitialize == nullptr || pfnTerminate == nullptr) return;
   // A listed record deleted by the application: off the list and terminated,
   // but not destroyed a second time.
-  int32_t ignored = VYN_STATUS_SUCCESS;
-  GetVYNPluginManager().TakeOffList(this, "~CVYNPlugin", &ignored);
+  GetVYNPluginManager().ForgetDeletedPlugin(this);
 }
 
 CVYNPluginManager::~CVYNPluginManager() { Terminate(); }
@@ -53,14 +53,14 @@ int32_t CVYNPluginManager::Initialize() {
 }
 
 int32_t CVYNPluginManager::Terminate() {
-  CVYNSynchronize guard(&lock_, true);
-  UnloadAllPlugins();
+  vyn::ScopedLock guard(&lock_);
+  UnloadAllLocked();
   AddOutput(GetVYNLanguage().GetString(VYN_MODULE_PLUGIN_MANAGER, 3), VYN_EVENT_INFORMATION);
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNPluginManager::LoadPlugin(std::string name, CVYNPlugin** plugin) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   if (plugin != nullptr) *plugin = nullptr;
   if (FindListed(name) != plugins_.end()) return VYN_STATUS_NOT_UNIQUE;
 
@@ -70,7 +70,7 @@ int32_t CVYNPluginManager::LoadPlugin(std::string name, CVYNPlugin** plugin) {
   std::unique_ptr<CVYNPlugin> record(new (std::nothrow) CVYNPlugin);
   if (record == nullptr) return VYN_STATUS_UNSPECIFIC_ERROR;
   record->hModule = library.handle();
-  const int32_t resolved = LoadPlugin(record.get());
+  const int32_t resolved = ResolveEntryPoints(record.get());
   if (resolved != VYN_STATUS_SUCCESS) return resolved;
   try {
     record->strName = name;
@@ -93,7 +93,11 @@ int32_t CVYNPluginManager::LoadPlugin(std::string name, CVYNPlugin** plugin) {
 }
 
 int32_t CVYNPluginManager::LoadPlugin(CVYNPlugin* plugin) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
+  return ResolveEntryPoints(plugin);
+}
+
+int32_t CVYNPluginManager::ResolveEntryPoints(CVYNPlugin* plugin) {
   if (plugin == nullptr) return VYN_STATUS_INVALID_PARAMETER;
   const auto initialize =
       FindEntryPoint<VYNPluginInitializeFunction>(plugin->hModule, "PluginInitialize");
@@ -110,7 +114,7 @@ int32_t CVYNPluginManager::LoadPlugin(CVYNPlugin* plugin) {
 }
 
 int32_t CVYNPluginManager::UnloadPlugin(CVYNPlugin* plugin) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   int32_t status = VYN_STATUS_SUCCESS;
   if (!TakeOffList(plugin, "UnloadPlugin", &status)) return VYN_STATUS_NOT_FOUND;
   delete plugin;
@@ -118,7 +122,12 @@ int32_t CVYNPluginManager::UnloadPlugin(CVYNPlugin* plugin) {
 }
 
 int32_t CVYNPluginManager::UnloadAllPlugins() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
+  UnloadAllLocked();
+  return VYN_STATUS_SUCCESS;
+}
+
+void CVYNPluginManager::UnloadAllLocked() {
   // One at a time from the front: a PluginTerminate may change the list.
   while (!plugins_.empty()) {
     CVYNPlugin* plugin = plugins_.front().plugin;
@@ -126,11 +135,10 @@ int32_t CVYNPluginManager::UnloadAllPlugins() {
     TakeOffList(plugin, "UnloadAllPlugins", &ignored);
     delete plugin;
   }
-  return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNPluginManager::GetPlugin(int32_t index, std::string& name) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   if (index < 0 || static_cast<size_t>(index) >= plugins_.size()) {
     return VYN_STATUS_INVALID_PARAMETER;
   }
@@ -143,28 +151,31 @@ int32_t CVYNPluginManager::GetPlugin(int32_t index, std::string& name) {
 }
 
 CVYNPlugin* CVYNPluginManager::GetPlugin(std::string name) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   const auto listed = FindListed(name);
   return listed == plugins_.end() ? nullptr : listed->plugin;
 }
 
 int32_t CVYNPluginManager::CallPluginShowDialog(std::string name, bool query_only) {
-  CVYNSynchronize guard(&lock_, true);
-  const auto listed = FindListed(name);
-  if (listed == plugins_.end()) return VYN_STATUS_NOT_FOUND;
-  const VYNPluginShowDialogFunction dialog = listed->plugin->pfnShowDialog;
-  if (dialog == nullptr) return VYN_STATUS_NOT_IMPLEMENTED;
-  if (query_only) return VYN_STATUS_SUCCESS;
-  // The record may be gone by the time the dialog is called; the function
-  // is not, because its library stays loaded.
-  guard.Leave();
+  VYNPluginShowDialogFunction dialog = nullptr;
+  {
+    vyn::ScopedLock guard(&lock_);
+    const auto listed = FindListed(name);
+    if (listed == plugins_.end()) return VYN_STATUS_NOT_FOUND;
+    dialog = listed->plugin->pfnShowDialog;
+    if (dialog == nullptr) return VYN_STATUS_NOT_IMPLEMENTED;
+    if (query_only) return VYN_STATUS_SUCCESS;
+  }
+  // The lock is given back before the dialog runs. The record may be gone by
+  // the time the dialog is called; the function is not, because its library
+  // stays loaded.
   return CallEntryPoint("CallPluginShowDialog", "PluginShowDialog", NameIs(name),
                         [dialog] { return dialog(); });
 }
 
 int32_t CVYNPluginManager::CallPluginProcessEvent(std::string name, int32_t event, void* data,
                                                   bool query_only) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   const auto listed = FindListed(name);
   if (listed == plugins_.end()) return VYN_STATUS_NOT_FOUND;
   const VYNPluginProcessEventFunction handler = listed->plugin->pfnProcessEvent;
@@ -175,7 +186,7 @@ int32_t CVYNPluginManager::CallPluginProcessEvent(std::string name, int32_t even
 }
 
 int32_t CVYNPluginManager::CallPluginProcessEvent(int32_t event, void* data) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   // A handler may load and unload plug-ins, itself included. The list is
   // therefore searched again before each call for the next plug-in by load
   // number; plug-ins loaded after the event began are left out.
@@ -190,8 +201,10 @@ int32_t CVYNPluginManager::CallPluginProcessEvent(int32_t event, void* data) {
     const VYNPluginProcessEventFunction handler = next->plugin->pfnProcessEvent;
     if (handler == nullptr) continue;
     // The handler may have destroyed its record by the time a report names it.
+    // Called only inside CallEntryPoint below, with the lock still held; the
+    // analysis does not follow a lock into a lambda.
     const uint64_t number = done;
-    const auto name_of = [this, number] {
+    const auto name_of = [this, number]() VYN_NO_THREAD_SAFETY_ANALYSIS {
       const auto listed = std::find_if(plugins_.begin(), plugins_.end(), [number](const Listed& e) {
         return e.load_number == number;
       });
@@ -219,8 +232,13 @@ void CVYNPluginManager::WatchForExit(HMODULE library) {
   if (std::atexit(&CVYNPluginManager::UnloadPluginsAtExit) != 0) watched_libraries_.pop_back();
 }
 
+void CVYNPluginManager::ForgetDeletedPlugin(CVYNPlugin* plugin) {
+  vyn::ScopedLock guard(&lock_);
+  int32_t ignored = VYN_STATUS_SUCCESS;
+  TakeOffList(plugin, "~CVYNPlugin", &ignored);
+}
+
 bool CVYNPluginManager::TakeOffList(CVYNPlugin* plugin, const char* operation, int32_t* status) {
-  CVYNSynchronize guard(&lock_, true);
   const auto listed = std::find_if(plugins_.begin(), plugins_.end(), [plugin](const Listed& entry) {
     return entry.plugin == plugin;
   });

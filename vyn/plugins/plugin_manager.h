@@ -75,9 +75,10 @@
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
-#include "vyn/platform/critical_section.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
+#include "vyn/core/log_event_type.h"
 
 // A loaded library, as the platform's loader hands it out.
 using HMODULE = void*;
@@ -175,11 +176,15 @@ class VYN_EXPORT CVYNPluginManager {
 
   static void UnloadPluginsAtExit();
   // The exit handler, once for each library the process's manager loads.
-  void WatchForExit(HMODULE library);
+  void WatchForExit(HMODULE library) VYN_REQUIRES(lock_);
+  int32_t ResolveEntryPoints(CVYNPlugin* plugin) VYN_REQUIRES(lock_);
+  void UnloadAllLocked() VYN_REQUIRES(lock_);
   // Removes a listed record from the list, calls its PluginTerminate and
   // clears its two required entry points. False when it is not listed.
-  bool TakeOffList(CVYNPlugin* plugin, const char* operation, int32_t* status);
-  std::vector<Listed>::iterator FindListed(const std::string& name);
+  bool TakeOffList(CVYNPlugin* plugin, const char* operation, int32_t* status) VYN_REQUIRES(lock_);
+  // TakeOffList for a record that is being deleted.
+  void ForgetDeletedPlugin(CVYNPlugin* plugin);
+  std::vector<Listed>::iterator FindListed(const std::string& name) VYN_REQUIRES(lock_);
   // Runs an entry point, turning whatever it throws into
   // VYN_STATUS_EXCEPTION_CAUGHT and a log entry that names the plug-in
   // (name_of() is asked only then).
@@ -188,10 +193,10 @@ class VYN_EXPORT CVYNPluginManager {
   int32_t AddOutput(const std::string& text, _VYNSystemLogExEventType type);
 
   CRITICAL_SECTION lock_;
-  std::vector<Listed> plugins_;  // guarded by lock_, in load order; records owned
-  uint64_t load_count_ = 0;      // guarded by lock_
-  // Libraries for which an exit handler is registered; guarded by lock_.
-  std::vector<HMODULE> watched_libraries_;
+  std::vector<Listed> plugins_ VYN_GUARDED_BY(lock_);  // in load order; records owned
+  uint64_t load_count_ VYN_GUARDED_BY(lock_) = 0;
+  // Libraries for which an exit handler is registered.
+  std::vector<HMODULE> watched_libraries_ VYN_GUARDED_BY(lock_);
 };
 
 VYN_EXPORT CVYNPluginManager& GetVYNPluginManager();
