@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <filesystem>
@@ -69,6 +70,7 @@ class PluginTest : public ::testing::Test {
 TEST_F(PluginTest, LoadAnswersEveryWayALoadCanGo) {
   TempDir dir;
   WriteFile(dir.File("text.so"), "not a library\n");
+  ASSERT_EQ(mkfifo(dir.File("pipe.so").c_str(), 0600), 0);   // would keep a load waiting
   CVYNPlugin* record = reinterpret_cast<CVYNPlugin*>(&dir);  // must be overwritten
   ASSERT_EQ(manager_.LoadPlugin(kCounter, &record), VYN_STATUS_SUCCESS);
   ASSERT_NE(record, nullptr);
@@ -84,7 +86,7 @@ TEST_F(PluginTest, LoadAnswersEveryWayALoadCanGo) {
   EXPECT_EQ(record->hModule, manager_.GetPlugin(kCounter)->hModule);
 
   for (const std::string& bad :
-       {std::string(), dir.File("missing.so"), dir.File("text.so"), dir.path(),
+       {std::string(), dir.File("missing.so"), dir.File("text.so"), dir.File("pipe.so"), dir.path(),
         std::string(VYN_TOOL), std::string("libc.so.6"),
         std::string(VYN_EXAMPLE_BROKEN_NO_TERMINATE), std::string(VYN_EXAMPLE_BROKEN_NO_INITIALIZE),
         std::string(VYN_EXAMPLE_BROKEN_UNRESOLVED),

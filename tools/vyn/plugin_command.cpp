@@ -172,7 +172,11 @@ class PluginSession {
         Event(event, text.empty() ? nullptr : &text);
       }
     } else {
-      Print("unknown command or missing argument: " + line + " (try help)");
+      // Only the first word, cut short: the line may be anything at all.
+      Print((rest.empty() && (command == "load" || command == "dialog" || command == "unload")
+                 ? "missing argument: "
+                 : "unknown command: ") +
+            command.substr(0, 40) + " (try help)");
     }
     return true;
   }

@@ -35,8 +35,9 @@ class DynamicLibrary {
   // Loads `name`: a path when it contains '/', else a file searched the
   // loader's usual way. A library loaded already is found again (one more
   // reference). An empty name, or one with a zero byte inside, fails: the
-  // loader would take it for the program itself. Gives back a reference this
-  // object still holds first.
+  // loader would take it for the program itself. So does a path to anything
+  // but a regular file (a pipe would never end the load). Gives back a
+  // reference this object still holds first.
   [[nodiscard]] bool Open(const std::string& name);
   LibraryHandle handle() const { return handle_; }
   // Hands the reference to the caller; the library stays loaded.

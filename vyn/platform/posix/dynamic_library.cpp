@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
+#include <sys/stat.h>
 
 #include <utility>
 
@@ -26,6 +27,14 @@ bool DynamicLibrary::Open(const std::string& name) {
   Close();
   if (name.empty() || name.find('\0') != std::string::npos) {
     last_error_ = "not a library name";
+    return false;
+  }
+  // The loader opens and reads what it is given: a pipe would keep it waiting
+  // for a writer for ever, a device for as long as the device likes.
+  struct stat file {};
+  if (name.find('/') != std::string::npos && stat(name.c_str(), &file) == 0 &&
+      !S_ISREG(file.st_mode)) {
+    last_error_ = "not a regular file";
     return false;
   }
   handle_ = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
