@@ -13,6 +13,10 @@ namespace {
 
 constexpr std::chrono::milliseconds kPlugChangeLimit{5000};
 constexpr size_t kReadChunk = 4096;
+// A host that sends requests without reading the answers gets no more of
+// them taken off the line once this many answer bytes wait: its writes
+// block as on a real line, instead of the simulator's memory growing.
+constexpr size_t kMaxWaitingAnswers = 64 * 1024;
 
 }  // namespace
 
@@ -262,13 +266,16 @@ void BootLoaderSimulator::Run() {
       }
     }
     lock.unlock();
+    const bool want_read = outbox_.size() < kMaxWaitingAnswers;
     const platform::DescriptorReadiness readiness =
-        platform::WaitForDescriptorUntil(descriptor, want_write, &wake_, deadline);
+        platform::WaitForDescriptorUntil(descriptor, want_read, want_write, &wake_, deadline);
     lock.lock();
     wake_.Clear();
     if (stop_requested_ || !plugged_) continue;
     if (readiness.writable) write_blocked_ = false;
-    if (readiness.readable || readiness.hung_up) ReadFromLine();
+    if ((readiness.readable && outbox_.size() < kMaxWaitingAnswers) || readiness.hung_up) {
+      ReadFromLine();
+    }
     if (plugged_) WriteDueAnswers();
   }
 }
@@ -276,7 +283,7 @@ void BootLoaderSimulator::Run() {
 void BootLoaderSimulator::ReadFromLine() {
   uint8_t buffer[kReadChunk];
   std::vector<ChipByte> answer;
-  for (;;) {
+  while (outbox_.size() < kMaxWaitingAnswers) {
     const platform::IoResult got =
         platform::ReadDescriptor(terminal_.master_descriptor(), buffer, sizeof buffer);
     if (got.status == platform::IoStatus::kHungUp || got.status == platform::IoStatus::kFailed) {

@@ -12,7 +12,7 @@
 namespace vyn::platform {
 
 DescriptorReadiness WaitForDescriptorUntil(
-    int descriptor, bool want_writable, const WakeUpEvent* wake_up,
+    int descriptor, bool want_readable, bool want_writable, const WakeUpEvent* wake_up,
     std::optional<std::chrono::steady_clock::time_point> deadline) {
   using Clock = std::chrono::steady_clock;
   pollfd watched[2] = {};
@@ -22,7 +22,8 @@ DescriptorReadiness WaitForDescriptorUntil(
   if (descriptor >= 0) {
     device_index = static_cast<int>(count);
     watched[count++] =
-        pollfd{descriptor, static_cast<short>(POLLIN | (want_writable ? POLLOUT : 0)), 0};
+        pollfd{descriptor,
+               static_cast<short>((want_readable ? POLLIN : 0) | (want_writable ? POLLOUT : 0)), 0};
   }
   if (wake_up != nullptr && wake_up->descriptor() >= 0) {
     wake_index = static_cast<int>(count);
