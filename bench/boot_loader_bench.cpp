@@ -27,7 +27,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kBaud = 115200;
-constexpr size_t kImageSize = 128 * 1024;
+constexpr size_t kImageSize = size_t{128} * 1024;
 constexpr uint32_t kFlashBase = 0x08000000;
 constexpr uint8_t kAck = 0x79;
 constexpr uint8_t kNack = 0x1F;
@@ -119,6 +119,9 @@ bool RunStm32flash(const std::vector<std::string>& arguments) {
   argv.push_back(nullptr);
   std::string preload = "LD_PRELOAD=" VYN_PTY_PARITY_SHIM;
   std::vector<char*> environment = {preload.data()};
+  size_t inherited = 0;
+  while (environ[inherited] != nullptr) ++inherited;
+  environment.reserve(inherited + 2);
   for (char** entry = environ; *entry != nullptr; ++entry) environment.push_back(*entry);
   environment.push_back(nullptr);
   posix_spawn_file_actions_t actions;

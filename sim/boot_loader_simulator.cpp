@@ -16,7 +16,7 @@ constexpr size_t kReadChunk = 4096;
 // A host that sends requests without reading the answers gets no more of
 // them taken off the line once this many answer bytes wait: its writes
 // block as on a real line, instead of the simulator's memory growing.
-constexpr size_t kMaxWaitingAnswers = 64 * 1024;
+constexpr size_t kMaxWaitingAnswers = size_t{64} * 1024;
 
 }  // namespace
 

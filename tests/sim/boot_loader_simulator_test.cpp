@@ -89,7 +89,7 @@ class BootLoaderSimulatorTest : public ::testing::Test {
   }
   // Read Memory: the data, or what answered instead.
   Bytes Read(uint32_t address, size_t count) {
-    const Bytes answers = Cat({Say(Command(cmd::kReadMemory), 1), Say(Address(address), 1)});
+    Bytes answers = Cat({Say(Command(cmd::kReadMemory), 1), Say(Address(address), 1)});
     if (answers != Bytes{kAck, kAck}) return answers;
     const uint8_t n = static_cast<uint8_t>(count - 1);
     const Bytes got = Say({n, static_cast<uint8_t>(~n)}, 1);
@@ -352,7 +352,8 @@ TEST(BootLoaderSimulatorStm32flashTest, AnIndependentClientWritesVerifiesAndRead
     const std::string back_path = dir.File("back.bin");
     vyn::test::WriteFile(image_path, std::string(image.begin(), image.end()));
     const auto run = [&](std::vector<std::string> arguments) {
-      std::vector<std::string> argv = {"/usr/bin/env", "LD_PRELOAD=" VYN_PTY_PARITY_SHIM,
+      std::vector<std::string> argv = {"/usr/bin/env",
+                                       std::string("LD_PRELOAD=") + VYN_PTY_PARITY_SHIM,
                                        VYN_STM32FLASH, "-b", "115200"};
       argv.insert(argv.end(), arguments.begin(), arguments.end());
       argv.push_back(chip.port_path());
