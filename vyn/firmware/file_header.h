@@ -1,7 +1,7 @@
 // CVYNFileHeader: firmware files: header, CRC-32 and scrambling.
 #pragma once
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNFileHeader {
  public:

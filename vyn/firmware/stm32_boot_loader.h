@@ -1,7 +1,7 @@
 // CVYNSTM32BootLoader: firmware update through the STM32 system bootloader.
 #pragma once
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNSTM32BootLoader {
  public:

@@ -4,13 +4,14 @@
 #include <cstdio>
 #include <vector>
 
+#include "vyn/core/internal/log_output.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/crash.h"
 #include "vyn/platform/system_time.h"
-#include "vyn/threads/thread_monitor_testing.h"
+#include "vyn/threads/internal/thread_monitor_testing.h"
 
 namespace {
 
@@ -20,6 +21,12 @@ constexpr uint32_t kPauseBeforeEndMs = 1;
 
 std::atomic<int64_t> g_hang_threshold{kHangThreshold100ns};
 std::atomic<uint32_t> g_check_period{kCheckPeriodMs};
+std::atomic<int64_t> g_fixed_now{0};  // 0: the real clock
+
+int64_t WatchdogNow() {
+  const int64_t fixed = g_fixed_now.load();
+  return fixed != 0 ? fixed : vyn::platform::GetSystemTimeAsFileTime();
+}
 
 int32_t MonitorThreadFunction(void* /*parameter*/) {
   return GetVYNThreadMonitor().RunMonitorThread();
@@ -35,6 +42,8 @@ void SetThreadMonitorTiming(int64_t hang_threshold_100ns, uint32_t check_period_
 }
 
 void ResetThreadMonitorTiming() { SetThreadMonitorTiming(kHangThreshold100ns, kCheckPeriodMs); }
+
+void SetThreadMonitorClock(int64_t now_100ns) { g_fixed_now = now_100ns; }
 
 }  // namespace vyn::testing
 
@@ -99,7 +108,7 @@ int32_t CVYNThreadMonitor::RunMonitorThread() {
 void CVYNThreadMonitor::CheckObjects() {
   CVYNSynchronize guard(&lock_, true);
   if (timeout_) return;
-  const int64_t now = vyn::platform::GetSystemTimeAsFileTime();
+  const int64_t now = WatchdogNow();
   const int64_t threshold = g_hang_threshold.load();
   bool hung = false;
   for (CVYNMonitoredThread* object : objects_) {

@@ -18,7 +18,7 @@
 #include <memory>
 #include <string>
 
-namespace vyn::platform {
+namespace vyn::support {
 
 class ConsoleInput {
  public:
@@ -40,4 +40,4 @@ class ConsoleInput {
   bool end_of_input_ = false;
 };
 
-}  // namespace vyn::platform
+}  // namespace vyn::support
