@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "sim/boot_loader_simulator.h"
+#include "support/file_system.h"
 #include "vyn/platform/descriptor_io.h"
-#include "vyn/platform/file_system.h"
 #include "vyn/platform/serial_device.h"
 
 extern char** environ;
@@ -184,7 +184,7 @@ BENCHMARK(BM_FlashShortestClient)
 // stm32flash asks for the chip's commands, version and id, erases the
 // sectors it is going to write, then writes block by block.
 void BM_FlashStm32flash(benchmark::State& state) {
-  const std::string directory = vyn::platform::CreateUniqueDirectory("/tmp/vyn-bench-");
+  const std::string directory = vyn::support::CreateUniqueDirectory("/tmp/vyn-bench-");
   const std::string file = directory + "/image.bin";
   const std::vector<uint8_t> image = Image();
   FILE* out = std::fopen(file.c_str(), "wb");
@@ -198,8 +198,8 @@ void BM_FlashStm32flash(benchmark::State& state) {
       return RunStm32flash({"-b", std::to_string(kBaud), "-w", file, path});
     });
   }
-  vyn::platform::RemoveFile(file);
-  vyn::platform::RemoveEmptyDirectory(directory);
+  vyn::support::RemoveFile(file);
+  vyn::support::RemoveEmptyDirectory(directory);
 }
 BENCHMARK(BM_FlashStm32flash)
     ->Unit(benchmark::kSecond)

@@ -4,9 +4,9 @@
 #include <optional>
 #include <utility>
 
+#include "support/file_system.h"
+#include "support/precise_wait.h"
 #include "vyn/platform/descriptor_io.h"
-#include "vyn/platform/file_system.h"
-#include "vyn/platform/precise_wait.h"
 
 namespace vyn::sim {
 namespace {
@@ -33,147 +33,148 @@ bool BootLoaderSimulator::Start() {
   if (options_.flash_size == 0 || options_.flash_size > kMaxFlashSize) return false;
   std::string directory = options_.link_directory;
   if (directory.empty()) {
-    directory = platform::CreateUniqueDirectory("/tmp/vyn-sim-");
+    directory = support::CreateUniqueDirectory("/tmp/vyn-sim-");
     if (directory.empty()) return false;
     own_directory_ = directory;
   }
   port_path_ = directory + "/" + options_.link_name;
-  std::unique_lock lock(mutex_);
-  if (!PlugInNewTerminal()) {
-    lock.unlock();
-    if (!own_directory_.empty()) platform::RemoveEmptyDirectory(own_directory_);
-    own_directory_.clear();
-    return false;
+  {
+    platform::MutexLock lock(&mutex_);
+    if (PlugInNewTerminal()) {
+      running_ = true;
+      stop_requested_ = false;
+      plug_request_ = PlugRequest::kNone;
+      thread_ = std::thread(&BootLoaderSimulator::Run, this);
+      return true;
+    }
   }
-  running_ = true;
-  stop_requested_ = false;
-  plug_request_ = PlugRequest::kNone;
-  thread_ = std::thread(&BootLoaderSimulator::Run, this);
-  return true;
+  if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
+  own_directory_.clear();
+  return false;
 }
 
 void BootLoaderSimulator::Stop() {
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(&mutex_);
     stop_requested_ = true;
   }
   wake_.Signal();
   if (thread_.joinable()) thread_.join();
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   running_ = false;
-  if (plugged_) platform::RemoveFile(port_path_);
+  if (plugged_) support::RemoveFile(port_path_);
   terminal_.Close();
   plugged_ = false;
   DropAnswers();
-  if (!own_directory_.empty()) platform::RemoveEmptyDirectory(own_directory_);
+  if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
   own_directory_.clear();
   plug_changed_.notify_all();
 }
 
 bool BootLoaderSimulator::IsRunning() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return running_;
 }
 
 std::string BootLoaderSimulator::terminal_path() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return terminal_.slave_path();
 }
 
 std::vector<uint8_t> BootLoaderSimulator::FlashContents() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return chip_.flash().bytes();
 }
 
 BootLoaderSimulatorCounters BootLoaderSimulator::counters() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return chip_.counters();
 }
 
 bool BootLoaderSimulator::IsConnected() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return chip_.connected();
 }
 
 void BootLoaderSimulator::Reset() {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.Reset();
   DropAnswers();
 }
 
 void BootLoaderSimulator::SetBaudRate(uint32_t baud_rate) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   to_chip_.SetBaudRate(baud_rate);
   to_host_.SetBaudRate(baud_rate);
 }
 
 void BootLoaderSimulator::InjectNack(const NackFault& fault) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.InjectNack(fault);
 }
 
 void BootLoaderSimulator::ClearNack() {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.ClearNack();
 }
 
 void BootLoaderSimulator::LoseAck(uint32_t skip) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.LoseAck(skip);
 }
 
 void BootLoaderSimulator::ClearLostAck() {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.ClearLostAck();
 }
 
 void BootLoaderSimulator::SetSilent(bool silent) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.set_silent(silent);
 }
 
 void BootLoaderSimulator::SetChipId(uint16_t chip_id) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.set_chip_id(chip_id);
 }
 
 uint16_t BootLoaderSimulator::chip_id() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return chip_.chip_id();
 }
 
 void BootLoaderSimulator::SetVersion(uint8_t version) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.set_version(version);
 }
 
 uint8_t BootLoaderSimulator::version() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return chip_.version();
 }
 
 void BootLoaderSimulator::SetWriteProtected(bool on) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.set_write_protected(on);
 }
 
 bool BootLoaderSimulator::IsWriteProtected() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return chip_.write_protected();
 }
 
 void BootLoaderSimulator::SetReadProtected(bool on) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.set_read_protected(on);
 }
 
 bool BootLoaderSimulator::IsReadProtected() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return chip_.read_protected();
 }
 
 void BootLoaderSimulator::ClearFaults() {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   chip_.ClearNack();
   chip_.ClearLostAck();
   chip_.set_silent(false);
@@ -186,21 +187,25 @@ bool BootLoaderSimulator::Unplug() { return RequestPlugChange(PlugRequest::kUnpl
 bool BootLoaderSimulator::Replug() { return RequestPlugChange(PlugRequest::kReplug); }
 
 bool BootLoaderSimulator::IsPlugged() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(&mutex_);
   return plugged_;
 }
 
-bool BootLoaderSimulator::RequestPlugChange(PlugRequest request) {
-  std::unique_lock lock(mutex_);
+// The waits go through the standard lock under mutex_, which the lock
+// analysis cannot follow.
+bool BootLoaderSimulator::RequestPlugChange(PlugRequest request) VYN_NO_THREAD_SAFETY_ANALYSIS {
+  std::unique_lock lock(mutex_.native());
   if (!running_ || stop_requested_) return false;
   // One change at a time: a second caller waits for the first to be done.
-  plug_changed_.wait(lock, [this] { return plug_request_ == PlugRequest::kNone || !running_; });
+  while (plug_request_ != PlugRequest::kNone && running_) plug_changed_.wait(lock);
   if (!running_) return false;
   plug_request_ = request;
   wake_.Signal();
-  const bool done = plug_changed_.wait_for(
-      lock, kPlugChangeLimit, [this] { return plug_request_ == PlugRequest::kNone || !running_; });
-  return done && running_ && plug_result_;
+  const Clock::time_point limit = Clock::now() + kPlugChangeLimit;
+  while (plug_request_ != PlugRequest::kNone && running_) {
+    if (plug_changed_.wait_until(lock, limit) == std::cv_status::timeout) return false;
+  }
+  return running_ && plug_result_;
 }
 
 void BootLoaderSimulator::ApplyPlugRequest() {
@@ -216,11 +221,11 @@ void BootLoaderSimulator::ApplyPlugRequest() {
 }
 
 bool BootLoaderSimulator::PlugInNewTerminal() {
-  platform::PseudoTerminal fresh;
+  support::PseudoTerminal fresh;
   // Holding the slave open keeps the master quiet while no program has the
   // port, so the thread can wait on it without a time limit.
   if (!fresh.Open() || !fresh.HoldSlaveOpen() ||
-      !platform::ReplaceSymbolicLink(fresh.slave_path(), port_path_)) {
+      !support::ReplaceSymbolicLink(fresh.slave_path(), port_path_)) {
     return false;
   }
   // Moving the new terminal in closes the old one: its users see a hang-up
@@ -235,7 +240,7 @@ bool BootLoaderSimulator::PlugInNewTerminal() {
 
 void BootLoaderSimulator::Unplugged() {
   // The link goes first, so nobody opens a terminal that is about to vanish.
-  platform::RemoveFile(port_path_);
+  support::RemoveFile(port_path_);
   terminal_.Close();
   plugged_ = false;
   chip_.Reset();
@@ -251,8 +256,8 @@ void BootLoaderSimulator::DropAnswers() {
 }
 
 void BootLoaderSimulator::Run() {
-  platform::UseFineTimerSlack();
-  std::unique_lock lock(mutex_);
+  support::UseFineTimerSlack();
+  mutex_.Lock();
   while (!stop_requested_) {
     ApplyPlugRequest();
     const int descriptor = plugged_ ? terminal_.master_descriptor() : -1;
@@ -265,11 +270,11 @@ void BootLoaderSimulator::Run() {
         deadline = outbox_.front().due;
       }
     }
-    lock.unlock();
     const bool want_read = outbox_.size() < kMaxWaitingAnswers;
+    mutex_.Unlock();
     const platform::DescriptorReadiness readiness =
-        platform::WaitForDescriptorUntil(descriptor, want_read, want_write, &wake_, deadline);
-    lock.lock();
+        support::WaitForDescriptorUntil(descriptor, want_read, want_write, &wake_, deadline);
+    mutex_.Lock();
     wake_.Clear();
     if (stop_requested_ || !plugged_) continue;
     if (readiness.writable) write_blocked_ = false;
@@ -278,6 +283,7 @@ void BootLoaderSimulator::Run() {
     }
     if (plugged_) WriteDueAnswers();
   }
+  mutex_.Unlock();
 }
 
 void BootLoaderSimulator::ReadFromLine() {

@@ -46,7 +46,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -54,7 +53,9 @@
 #include "sim/boot_loader_chip.h"
 #include "sim/boot_loader_types.h"
 #include "sim/line_clock.h"
-#include "vyn/platform/pseudo_terminal.h"
+#include "support/pseudo_terminal.h"
+#include "vyn/base/thread_annotations.h"
+#include "vyn/platform/mutex.h"
 #include "vyn/platform/wake_up_event.h"
 
 namespace vyn::sim {
@@ -83,63 +84,63 @@ class BootLoaderSimulator {
   // any of them fails (nothing is left behind then), when the flash is empty
   // or larger than kMaxFlashSize, or when already running. A restart keeps
   // the chip: flash, protection and counters.
-  [[nodiscard]] bool Start();
+  [[nodiscard]] bool Start() VYN_EXCLUDES(mutex_);
   // Stops the thread and removes terminal, link and own directory; answers
   // not yet sent are dropped. Safe to call more than once.
-  void Stop();
-  bool IsRunning() const;
+  void Stop() VYN_EXCLUDES(mutex_);
+  bool IsRunning() const VYN_EXCLUDES(mutex_);
 
   const BootLoaderSimulatorOptions& options() const { return options_; }
   // The path to open: the link. Set by Start() and kept until the next Start().
   const std::string& port_path() const { return port_path_; }
   // The terminal device the link points to now; empty while unplugged.
-  std::string terminal_path() const;
+  std::string terminal_path() const VYN_EXCLUDES(mutex_);
 
   // A copy of the whole flash, from flash_base().
-  std::vector<uint8_t> FlashContents() const;
+  std::vector<uint8_t> FlashContents() const VYN_EXCLUDES(mutex_);
   uint32_t flash_base() const { return options_.flash_base; }
-  BootLoaderSimulatorCounters counters() const;
+  BootLoaderSimulatorCounters counters() const VYN_EXCLUDES(mutex_);
   // True once the chip has answered the connect byte, until its next reset.
-  bool IsConnected() const;
+  bool IsConnected() const VYN_EXCLUDES(mutex_);
   // The chip restarts and waits for the connect byte; answers not yet sent
   // are dropped. Flash and protection stay.
-  void Reset();
-  void SetBaudRate(uint32_t baud_rate);
+  void Reset() VYN_EXCLUDES(mutex_);
+  void SetBaudRate(uint32_t baud_rate) VYN_EXCLUDES(mutex_);
 
   // Faults.
-  void InjectNack(const NackFault& fault);  // replaces one injected before
-  void ClearNack();
+  void InjectNack(const NackFault& fault) VYN_EXCLUDES(mutex_);  // replaces one injected before
+  void ClearNack() VYN_EXCLUDES(mutex_);
   // The ACK after `skip` more ones is not sent; the chip goes on as if it were.
-  void LoseAck(uint32_t skip = 0);
-  void ClearLostAck();
+  void LoseAck(uint32_t skip = 0) VYN_EXCLUDES(mutex_);
+  void ClearLostAck() VYN_EXCLUDES(mutex_);
   // A silent chip drops what it receives and answers nothing.
-  void SetSilent(bool silent);
-  void SetChipId(uint16_t chip_id);
-  uint16_t chip_id() const;
-  void SetVersion(uint8_t version);
-  uint8_t version() const;
+  void SetSilent(bool silent) VYN_EXCLUDES(mutex_);
+  void SetChipId(uint16_t chip_id) VYN_EXCLUDES(mutex_);
+  uint16_t chip_id() const VYN_EXCLUDES(mutex_);
+  void SetVersion(uint8_t version) VYN_EXCLUDES(mutex_);
+  uint8_t version() const VYN_EXCLUDES(mutex_);
   // Every page protected, or none; Write Unprotect also lifts it.
-  void SetWriteProtected(bool on);
-  bool IsWriteProtected() const;
+  void SetWriteProtected(bool on) VYN_EXCLUDES(mutex_);
+  bool IsWriteProtected() const VYN_EXCLUDES(mutex_);
   // Readout Unprotect also lifts it (and erases the flash).
-  void SetReadProtected(bool on);
-  bool IsReadProtected() const;
+  void SetReadProtected(bool on) VYN_EXCLUDES(mutex_);
+  bool IsReadProtected() const VYN_EXCLUDES(mutex_);
   // Undoes the injected NACK, the lost ACK and silence, and gives chip id
   // and version their values from the options. Protection and plug stay.
-  void ClearFaults();
+  void ClearFaults() VYN_EXCLUDES(mutex_);
 
   // Closes the terminal (every program on the port sees a hang-up) and
   // removes the link; the chip loses power, so it restarts and answers not
   // yet sent are gone. True once done; false when not running or the
   // simulator's thread did not answer within seconds.
-  bool Unplug();
+  bool Unplug() VYN_EXCLUDES(mutex_);
   // A new terminal under the same path, with the chip waiting for the
   // connect byte; a terminal still plugged in is closed afterwards, so this
   // also works as a quick unplug and replug. True once done; false when not
   // running or the terminal or link could not be made (the chip then stays
   // unplugged).
-  bool Replug();
-  bool IsPlugged() const;
+  bool Replug() VYN_EXCLUDES(mutex_);
+  bool IsPlugged() const VYN_EXCLUDES(mutex_);
 
  private:
   enum class PlugRequest { kNone, kUnplug, kReplug };
@@ -150,16 +151,16 @@ class BootLoaderSimulator {
     Clock::time_point due;
   };
 
-  void Run();
-  bool RequestPlugChange(PlugRequest request);
-  // The following run with `mutex_` held; those that touch the terminal
-  // only on the simulator's thread.
-  void ApplyPlugRequest();
-  bool PlugInNewTerminal();
-  void Unplugged();
-  void DropAnswers();
-  void ReadFromLine();
-  void WriteDueAnswers();
+  void Run() VYN_EXCLUDES(mutex_);
+  bool RequestPlugChange(PlugRequest request) VYN_EXCLUDES(mutex_);
+  // Those of the following that touch the terminal run only on the
+  // simulator's thread (and in Start() and Stop() while it does not run).
+  void ApplyPlugRequest() VYN_REQUIRES(mutex_);
+  bool PlugInNewTerminal() VYN_REQUIRES(mutex_);
+  void Unplugged() VYN_REQUIRES(mutex_);
+  void DropAnswers() VYN_REQUIRES(mutex_);
+  void ReadFromLine() VYN_REQUIRES(mutex_);
+  void WriteDueAnswers() VYN_REQUIRES(mutex_);
 
   const BootLoaderSimulatorOptions options_;
   std::string port_path_;
@@ -167,23 +168,23 @@ class BootLoaderSimulator {
   std::thread thread_;
   platform::WakeUpEvent wake_;
 
-  // Lock order: the only lock; never held while waiting for the line.
-  mutable std::mutex mutex_;
-  std::condition_variable plug_changed_;
-  bool running_ = false;
-  bool stop_requested_ = false;
-  PlugRequest plug_request_ = PlugRequest::kNone;
-  bool plug_result_ = false;
-  // Changed only by the simulator's thread (under the lock, or before it
-  // starts and after it ends), so that thread may read them without it.
-  platform::PseudoTerminal terminal_;
-  bool plugged_ = false;
+  // Lock order: the only lock. It is never held while the simulator's
+  // thread waits for the line, nor while a caller waits to join that thread.
+  mutable platform::Mutex mutex_;
+  std::condition_variable plug_changed_;  // waits on mutex_
+  bool running_ VYN_GUARDED_BY(mutex_) = false;
+  bool stop_requested_ VYN_GUARDED_BY(mutex_) = false;
+  PlugRequest plug_request_ VYN_GUARDED_BY(mutex_) = PlugRequest::kNone;
+  bool plug_result_ VYN_GUARDED_BY(mutex_) = false;
+  support::PseudoTerminal terminal_ VYN_GUARDED_BY(mutex_);
+  bool plugged_ VYN_GUARDED_BY(mutex_) = false;
 
-  BootLoaderChip chip_;
-  LineClock to_chip_;
-  LineClock to_host_;
-  std::deque<Outgoing> outbox_;
-  bool write_blocked_ = false;  // the host does not read: wait until the terminal takes more
+  BootLoaderChip chip_ VYN_GUARDED_BY(mutex_);
+  LineClock to_chip_ VYN_GUARDED_BY(mutex_);
+  LineClock to_host_ VYN_GUARDED_BY(mutex_);
+  std::deque<Outgoing> outbox_ VYN_GUARDED_BY(mutex_);
+  // The host does not read: wait until the terminal takes more.
+  bool write_blocked_ VYN_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace vyn::sim

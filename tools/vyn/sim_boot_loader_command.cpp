@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "sim/boot_loader_simulator.h"
+#include "support/console_input.h"
 #include "tools/vyn/commands.h"
-#include "vyn/platform/console_input.h"
 
 namespace vyn::tool {
 namespace {
@@ -244,7 +244,7 @@ bool RunCommand(sim::BootLoaderSimulator& chip, const std::vector<std::string_vi
 
 int RunSimBootLoader(BootSimOptions options) {
   // Before the simulator's thread exists, so that Ctrl-C reaches us as input.
-  platform::ConsoleInput input;
+  support::ConsoleInput input;
   options.settings.chip_id = static_cast<uint16_t>(options.chip_id);
   options.settings.version = static_cast<uint8_t>(options.version);
   if (options.page_size != 0) options.settings.page_sizes = {options.page_size};
@@ -257,7 +257,7 @@ int RunSimBootLoader(BootSimOptions options) {
   std::printf("%s\n", chip.port_path().c_str());
   std::fflush(stdout);
   std::string line;
-  while (input.ReadLine(&line) == platform::ConsoleInput::Result::kLine) {
+  while (input.ReadLine(&line) == support::ConsoleInput::Result::kLine) {
     const std::vector<std::string_view> words = SplitWords(line);
     if (words.empty()) continue;
     if (!RunCommand(chip, words)) break;

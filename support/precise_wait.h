@@ -12,15 +12,15 @@
 
 #include "vyn/platform/descriptor_io.h"
 
-namespace vyn::platform {
+namespace vyn::support {
 
 // Waits until `descriptor` is readable when `want_readable`, writable when
 // `want_writable`, hangs up (always watched), `wake_up` is signalled, or
 // `deadline` has come (none: no limit; one in the past: only looks). A
 // negative descriptor waits on the wake-up event alone; `wake_up` may be
 // null. Interrupted waits are resumed.
-DescriptorReadiness WaitForDescriptorUntil(
-    int descriptor, bool want_readable, bool want_writable, const WakeUpEvent* wake_up,
+platform::DescriptorReadiness WaitForDescriptorUntil(
+    int descriptor, bool want_readable, bool want_writable, const platform::WakeUpEvent* wake_up,
     std::optional<std::chrono::steady_clock::time_point> deadline);
 
 // Lets the calling thread's timed waits end as close to their deadline as
@@ -28,4 +28,4 @@ DescriptorReadiness WaitForDescriptorUntil(
 // that the kernel uses to batch wake-ups. For a thread that paces a line.
 void UseFineTimerSlack();
 
-}  // namespace vyn::platform
+}  // namespace vyn::support

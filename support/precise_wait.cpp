@@ -1,4 +1,4 @@
-#include "vyn/platform/precise_wait.h"
+#include "support/precise_wait.h"
 
 #include <poll.h>
 #include <sys/prctl.h>
@@ -9,10 +9,10 @@
 
 #include "vyn/platform/wake_up_event.h"
 
-namespace vyn::platform {
+namespace vyn::support {
 
-DescriptorReadiness WaitForDescriptorUntil(
-    int descriptor, bool want_readable, bool want_writable, const WakeUpEvent* wake_up,
+platform::DescriptorReadiness WaitForDescriptorUntil(
+    int descriptor, bool want_readable, bool want_writable, const platform::WakeUpEvent* wake_up,
     std::optional<std::chrono::steady_clock::time_point> deadline) {
   using Clock = std::chrono::steady_clock;
   pollfd watched[2] = {};
@@ -29,7 +29,7 @@ DescriptorReadiness WaitForDescriptorUntil(
     wake_index = static_cast<int>(count);
     watched[count++] = pollfd{wake_up->descriptor(), POLLIN, 0};
   }
-  DescriptorReadiness readiness;
+  platform::DescriptorReadiness readiness;
   for (;;) {
     timespec left{};
     const timespec* limit = nullptr;
@@ -56,4 +56,4 @@ DescriptorReadiness WaitForDescriptorUntil(
 
 void UseFineTimerSlack() { prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL); }
 
-}  // namespace vyn::platform
+}  // namespace vyn::support
