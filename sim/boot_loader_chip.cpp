@@ -52,9 +52,13 @@ bool BootLoaderChip::RefusedWhileReadProtected(uint8_t command) const {
 }
 
 void BootLoaderChip::Reset() {
+  PowerOn();
+  ++counters_.resets;
+}
+
+void BootLoaderChip::PowerOn() {
   step_ = Step::kWaitConnect;
   collected_.clear();
-  ++counters_.resets;
 }
 
 void BootLoaderChip::Receive(uint8_t byte, std::vector<ChipByte>* reply) {

@@ -44,6 +44,8 @@ class BootLoaderChip {
   // The chip restarts: it waits for the connect byte again. Flash and
   // protection are kept.
   void Reset();
+  // The same for a chip that has just been powered; not counted as a reset.
+  void PowerOn();
   // False while waiting for the connect byte.
   bool connected() const { return step_ != Step::kWaitConnect; }
 

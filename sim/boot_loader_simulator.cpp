@@ -233,7 +233,7 @@ bool BootLoaderSimulator::PlugInNewTerminal() {
   terminal_ = std::move(fresh);
   plugged_ = true;
   // A new terminal is a new cable and a chip that has just been powered.
-  chip_.Reset();
+  chip_.PowerOn();
   DropAnswers();
   return true;
 }
@@ -243,7 +243,7 @@ void BootLoaderSimulator::Unplugged() {
   support::RemoveFile(port_path_);
   terminal_.Close();
   plugged_ = false;
-  chip_.Reset();
+  chip_.PowerOn();
   DropAnswers();
 }
 

@@ -79,7 +79,7 @@ struct BootLoaderSimulatorCounters {
   uint64_t bytes_read = 0;       // data bytes sent by Read Memory
   uint64_t pages_erased = 0;     // by Erase and Extended Erase with page lists
   uint64_t mass_erases = 0;      // global erases, readout unprotect included
-  uint64_t resets = 0;           // restarts: after the commands that reset, Go, Reset()
+  uint64_t resets = 0;           // restarts by command, Go or Reset(), not by power
   uint64_t go_commands = 0;      // Go commands carried out
   uint32_t last_go_address = 0;
   uint64_t injected_nacks = 0;

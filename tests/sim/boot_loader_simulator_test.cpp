@@ -258,6 +258,7 @@ TEST_F(BootLoaderSimulatorTest, ProtectionAndTheCommandsThatRestart) {
   ASSERT_TRUE(Connect());
   EXPECT_EQ(Write(kBase, {0}), (Bytes{kAck, kAck, kAck}));
   EXPECT_EQ(Write(kBase + 0x4000, {0}), (Bytes{kAck, kAck, kNack}));
+  EXPECT_EQ(chip_->counters().resets, 4u);
 }
 
 TEST_F(BootLoaderSimulatorTest, InjectedFaultsAndTheirUndo) {
