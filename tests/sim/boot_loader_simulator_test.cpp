@@ -342,9 +342,10 @@ TEST(BootLoaderSimulatorStm32flashTest, AnIndependentClientWritesVerifiesAndRead
   older.version = 0x22;
   older.flash_size = 128 * 1024;
   older.page_sizes = {1024};
-  for (const BootLoaderSimulatorOptions& options : {BootLoaderSimulatorOptions{}, older}) {
-    SCOPED_TRACE(options.chip_id);
-    BootLoaderSimulator chip(options);
+  BootLoaderSimulatorOptions newer;  // the defaults: Extended Erase, sectors
+  for (const BootLoaderSimulatorOptions* options : {&newer, &older}) {
+    SCOPED_TRACE(options->chip_id);
+    BootLoaderSimulator chip(*options);
     ASSERT_TRUE(chip.Start());
     // A length that leaves a short last block.
     Bytes image(100 * 1024 + 77);
