@@ -49,7 +49,7 @@ string(REGEX REPLACE "(${sixteen})" "\\1\n    " stream "${stream}")
 list(JOIN offsets ", " offsets_text)
 
 file(WRITE "${OUTPUT}.tmp" "// Generated from ${INPUT} by keys/embed_key_material.cmake.
-#include \"vyn/firmware/key_material.h\"
+#include \"vyn/firmware/internal/key_material.h\"
 
 namespace vyn::firmware {
 

@@ -13,7 +13,7 @@
 
 #include "tests/support/temp_dir.h"
 #include "vyn/core/status.h"
-#include "vyn/firmware/crc32.h"
+#include "vyn/firmware/internal/crc32.h"
 
 namespace vyn::test {
 namespace {

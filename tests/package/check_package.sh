@@ -30,6 +30,19 @@ fi
 soname=$(objdump -p "$library" | awk '/SONAME/ {print $2}')
 [ "$soname" = "libvyn.so.1" ] || { echo "unexpected soname: $soname"; exit 1; }
 
+# Every installed header compiles on its own: it includes only installed
+# headers and declares nothing that needs an internal one.
+while IFS= read -r header; do
+  relative=${header#"$prefix/include/"}
+  printf '#include <%s>\n' "$relative" >"$work/one_header.cpp"
+  c++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$prefix/include" \
+      "$work/one_header.cpp" || { echo "installed header does not compile alone: $relative"; exit 1; }
+done < <(find "$prefix/include" -name '*.h' | sort)
+if find "$prefix/include" -path '*internal*' -o -path '*/platform/*' | grep -q .; then
+  echo "internal headers installed:"; find "$prefix/include" -path '*internal*' -o -path '*/platform/*'
+  exit 1
+fi
+
 # An outside CMake project finds the package.
 cmake -S "$source/tests/package/consumer" -B "$work/consumer" -G Ninja \
       -DCMAKE_PREFIX_PATH="$prefix" >/dev/null

@@ -11,9 +11,9 @@
 
 #include "vyn/core/status.h"
 #include "vyn/platform/crash.h"
+#include "vyn/threads/internal/thread_monitor_testing.h"
 #include "vyn/threads/monitored_thread.h"
 #include "vyn/threads/thread_monitor.h"
-#include "vyn/threads/thread_monitor_testing.h"
 
 namespace {
 

@@ -21,7 +21,7 @@
 #include <memory>
 #include <string>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 namespace vyn::platform {
 class RandomAccessFile;

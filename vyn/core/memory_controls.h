@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 #include "vyn/core/window_controls.h"
 
 class VYN_EXPORT CMemoryEdit : public CEdit {

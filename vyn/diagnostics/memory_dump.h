@@ -1,7 +1,7 @@
 // CVYNMemoryDump: crash handlers, dump files and heap checks.
 #pragma once
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNMemoryDump {
  public:

@@ -1,4 +1,4 @@
-#include "vyn/firmware/crc32.h"
+#include "vyn/firmware/internal/crc32.h"
 
 #include <array>
 

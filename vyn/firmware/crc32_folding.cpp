@@ -9,7 +9,7 @@
 // coefficient of its highest power of x. A carry-less product of two 64-bit
 // halves in that order comes out one place lower than the 128-bit order, so
 // the constants carry one power of x less than the distance they fold over.
-#include "vyn/firmware/crc32.h"
+#include "vyn/firmware/internal/crc32.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <immintrin.h>

@@ -6,8 +6,8 @@
 #include <new>
 
 #include "vyn/core/status.h"
-#include "vyn/firmware/crc32.h"
-#include "vyn/firmware/key_material.h"
+#include "vyn/firmware/internal/crc32.h"
+#include "vyn/firmware/internal/key_material.h"
 
 namespace {
 

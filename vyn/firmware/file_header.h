@@ -31,7 +31,7 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 #include "vyn/core/framework_file.h"
 
 constexpr uint32_t VYN_FILE_HEADER_MAGIC = 0x19860322;

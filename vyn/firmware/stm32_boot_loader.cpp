@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "vyn/firmware/boot_loader_line.h"
+#include "vyn/firmware/internal/boot_loader_line.h"
 #include "vyn/platform/serial_device.h"
 
 namespace vyn::firmware {

@@ -39,8 +39,8 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
+#include "vyn/base/export.h"
+#include "vyn/core/log_event_type.h"
 
 class VYN_EXPORT CVYNSTM32BootLoader {
  public:

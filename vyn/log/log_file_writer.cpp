@@ -1,10 +1,10 @@
-#include "vyn/log/log_file_writer.h"
+#include "vyn/log/internal/log_file_writer.h"
 
 #include <cstdio>
 #include <mutex>
 #include <utility>
 
-#include "vyn/log/system_log_testing.h"
+#include "vyn/log/internal/system_log_testing.h"
 #include "vyn/platform/clock.h"
 
 namespace vyn::log {

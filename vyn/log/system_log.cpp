@@ -4,10 +4,13 @@
 #include <limits>
 #include <new>
 
+#include "vyn/core/internal/log_output.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
-#include "vyn/log/system_log_testing.h"
+#include "vyn/log/internal/log_file_writer.h"
+#include "vyn/log/internal/log_line_format.h"
+#include "vyn/log/internal/system_log_testing.h"
 #include "vyn/platform/process.h"
 #include "vyn/platform/system_time.h"
 
@@ -49,7 +52,12 @@ void SetSystemLogRetryInterval(uint32_t milliseconds) { g_retry_interval_ms = mi
 
 }  // namespace vyn::testing
 
-CVYNSystemLogEx::CVYNSystemLogEx() = default;
+struct CVYNSystemLogEx::OutputFile {
+  vyn::log::LogFileWriter file;
+  vyn::log::LocalTimeCache local_time;
+};
+
+CVYNSystemLogEx::CVYNSystemLogEx() : output_(std::make_unique<OutputFile>()) {}
 
 CVYNSystemLogEx::~CVYNSystemLogEx() {
   // Before any member goes: the thread writes what is queued, with them.
@@ -144,7 +152,7 @@ int32_t CVYNSystemLogEx::GetLogStatistics(int64_t* number, int64_t* unknown, int
   return VYN_STATUS_SUCCESS;
 }
 
-int64_t CVYNSystemLogEx::GetLostEntryCount() { return file_.GetLostLineCount(); }
+int64_t CVYNSystemLogEx::GetLostEntryCount() { return output_->file.GetLostLineCount(); }
 
 int32_t CVYNSystemLogEx::IncreasePriorityCounter(_VYNSystemLogExEventType type) {
   counters_[vyn::log::EventTypeCounterIndex(type)].fetch_add(1, std::memory_order_relaxed);
@@ -223,7 +231,7 @@ int32_t CVYNSystemLogEx::RunOutputThread() {
 void CVYNSystemLogEx::WriteUntilEmpty(Batch* batch) {
   while (TakeQueued(batch)) WriteBatch(batch);
   CatchUp();
-  file_.FlushToDevice();
+  output_->file.FlushToDevice();
 }
 
 bool CVYNSystemLogEx::TakeQueued(Batch* batch) {
@@ -237,7 +245,7 @@ bool CVYNSystemLogEx::TakeQueued(Batch* batch) {
 void CVYNSystemLogEx::WriteBatch(Batch* batch) {
   size_t since_heartbeat = 0;
   for (std::unique_ptr<QueuedEntry>& queued : *batch) {
-    queued->entry.stTime = local_time_.ToLocalTime(queued->accepted_at);
+    queued->entry.stTime = output_->local_time.ToLocalTime(queued->accepted_at);
     try {
       ProcessEntry(&queued->entry);
     } catch (...) {
@@ -254,13 +262,13 @@ void CVYNSystemLogEx::WriteBatch(Batch* batch) {
 }
 
 void CVYNSystemLogEx::CatchUp() {
-  file_.Flush();
+  output_->file.Flush();
   CVYNSynchronize guard(&queue_lock_, true);
   taken_not_written_ = 0;
 }
 
 void CVYNSystemLogEx::HeartBeat() {
-  file_.Flush();
+  output_->file.Flush();
   output_thread_.UpdateStatus();
 }
 
@@ -270,12 +278,12 @@ void CVYNSystemLogEx::ProcessEntry(_VYN_SYSTEM_LOG_EX_ENTRY* entry) {
   if (to_file) RetryFailedFile();
   ++file_entry_count_;
   if (to_file) {
-    if (file_.IsOpen()) {
+    if (output_->file.IsOpen()) {
       vyn::log::FormatCsvLine(*entry, &line_);
-      file_.AppendLine(line_);
+      output_->file.AppendLine(line_);
       CheckLogFile();
     } else {
-      file_.CountLostLines(1);
+      output_->file.CountLostLines(1);
     }
   }
 
@@ -300,26 +308,26 @@ void CVYNSystemLogEx::ProcessEntry(_VYN_SYSTEM_LOG_EX_ENTRY* entry) {
 }
 
 void CVYNSystemLogEx::RetryFailedFile() {
-  if (!file_.RetryDue(g_retry_interval_ms.load())) return;
+  if (!output_->file.RetryDue(g_retry_interval_ms.load())) return;
   GenerateFileNames();
-  if (!file_.IsOpen()) file_.MarkFailed();  // the next try waits again
+  if (!output_->file.IsOpen()) output_->file.MarkFailed();  // the next try waits again
 }
 
 int32_t CVYNSystemLogEx::CheckLogFile() {
-  if (!file_.IsOpen()) return VYN_STATUS_SUCCESS;
-  if (file_.GetLength() > kMaxFileBytes) {
-    file_.Close();
+  if (!output_->file.IsOpen()) return VYN_STATUS_SUCCESS;
+  if (output_->file.GetLength() > kMaxFileBytes) {
+    output_->file.Close();
     GenerateFileNames();
   }
   if (file_entry_count_ > kMaxFileEntries) {
-    file_.Close();
+    output_->file.Close();
     GenerateFileNames();
   }
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNSystemLogEx::GenerateFileNames() {
-  file_.Close();
+  output_->file.Close();
   std::string directory;
   if (!vyn::platform::GetCurrentDirectory(&directory)) {
     AddOwnOutput(GetVYNLanguage().GetString(VYN_MODULE_SYSTEM_LOG_EX, kTextNoCurrentDirectory),
@@ -341,7 +349,7 @@ int32_t CVYNSystemLogEx::GenerateFileNames() {
                     now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, copy);
     }
     path_ = directory + file_name.data();
-    const vyn::platform::FileCreateResult result = file_.Create(path_);
+    const vyn::platform::FileCreateResult result = output_->file.Create(path_);
     created = result == vyn::platform::FileCreateResult::kCreated;
     if (result == vyn::platform::FileCreateResult::kFailed) break;
   }
@@ -359,8 +367,8 @@ int32_t CVYNSystemLogEx::GenerateFileNames() {
 }
 
 int32_t CVYNSystemLogEx::WriteCSVHeader() {
-  file_.AppendLine(vyn::log::kCsvHeader);
-  file_.Flush();  // the header is in the file as soon as the file exists
+  output_->file.AppendLine(vyn::log::kCsvHeader);
+  output_->file.Flush();  // the header is in the file as soon as the file exists
   return VYN_STATUS_SUCCESS;
 }
 

@@ -62,13 +62,11 @@
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/core/log_event_type.h"
 #include "vyn/core/window_controls.h"
-#include "vyn/log/log_file_writer.h"
-#include "vyn/log/log_line_format.h"
 #include "vyn/log/system_log_entry.h"
-#include "vyn/platform/critical_section.h"
 #include "vyn/threads/monitored_thread.h"
 
 class VYN_EXPORT CVYNSystemLogEx {
@@ -172,7 +170,6 @@ class VYN_EXPORT CVYNSystemLogEx {
   std::atomic<bool> enable_output_{false};
   std::atomic<bool> auto_scroll_{false};
   std::string path_;
-  vyn::log::LogFileWriter file_;
   int64_t file_entry_count_ = 0;             // output thread
   std::atomic<int64_t> sequence_number_{0};  // written under queue_lock_
   std::atomic<int64_t> counters_[9] = {};
@@ -183,9 +180,13 @@ class VYN_EXPORT CVYNSystemLogEx {
   std::atomic<uint32_t> file_filter_{0xFFFFFFFF};
   std::atomic<uint32_t> output_filter_{0xFFFFFFFF};
   std::atomic<uint32_t> allow_downgrade_{0};
-  std::mutex initialize_lock_;           // taken before the output thread's lock
-  vyn::log::LocalTimeCache local_time_;  // output thread
-  std::string line_;                     // output thread: the line being formatted
+  std::mutex initialize_lock_;  // taken before the output thread's lock
+  // The CSV file and the local-time cache, kept out of this header because
+  // they are built on the platform layer. Used by the output thread (and
+  // GetLostEntryCount, which reads an atomic counter of the file).
+  struct OutputFile;
+  std::unique_ptr<OutputFile> output_;
+  std::string line_;  // output thread: the line being formatted
   // Last member: destroyed first, after the destructor has stopped it.
   CVYNMonitoredThread output_thread_;
 };

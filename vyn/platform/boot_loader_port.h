@@ -32,8 +32,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
+
+#include "vyn/base/thread_annotations.h"
+#include "vyn/platform/mutex.h"
 
 namespace vyn::platform {
 
@@ -49,7 +51,7 @@ class BootLoaderPort {
   // Opens the device at `path` for reading and writing, for this process
   // alone (EBUSY when another holds it). Closes a device held before. False
   // on failure, with errno in `error` when given; nothing stays open then.
-  bool Open(const std::string& path, int* error);
+  bool Open(const std::string& path, int* error) VYN_EXCLUDES(cancel_lock_);
   // Sets the line: `baud` (a standard rate from 1200 to 921600), 8E1,
   // parity checking on (a byte with a parity error reads as 0), no flow
   // control, DTR and RTS inactive, raw bytes both ways; then discards
@@ -73,8 +75,8 @@ class BootLoaderPort {
 
   // Ends the current wait and makes every later read or write fail at once,
   // until ResetCancel. Any thread.
-  void Cancel();
-  void ResetCancel();
+  void Cancel() VYN_EXCLUDES(cancel_lock_);
+  void ResetCancel() VYN_EXCLUDES(cancel_lock_);
   bool IsCancelled() const { return cancelled_.load(std::memory_order_acquire); }
 
  private:
@@ -86,9 +88,12 @@ class BootLoaderPort {
   int64_t read_timeout_ms_ = -1;
   bool write_failed_ = false;
   std::atomic<bool> cancelled_{false};
-  // Made at the first Open, so that loading the library opens nothing; kept
-  // to the end. Guarded by cancel_lock_ between Open and Cancel.
-  std::mutex cancel_lock_;
+  // A leaf lock: nothing is called while it is held but the event's Signal
+  // and Clear.
+  Mutex cancel_lock_;
+  // Made at the first Open, so that loading the library opens nothing, and
+  // kept to the end. Open sets it and Cancel signals it under the lock; the
+  // port's own thread, the only one that sets it, reads it without.
   std::unique_ptr<WakeUpEvent> cancel_event_;
 };
 

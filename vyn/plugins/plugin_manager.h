@@ -1,7 +1,7 @@
 // CVYNPluginManager: loads plug-in libraries and calls their entry points.
 #pragma once
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNPluginManager {
  public:

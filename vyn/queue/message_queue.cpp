@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "vyn/core/internal/log_output.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"

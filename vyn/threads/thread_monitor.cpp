@@ -4,13 +4,14 @@
 #include <cstdio>
 #include <vector>
 
+#include "vyn/core/internal/log_output.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/crash.h"
 #include "vyn/platform/system_time.h"
-#include "vyn/threads/thread_monitor_testing.h"
+#include "vyn/threads/internal/thread_monitor_testing.h"
 
 namespace {
 

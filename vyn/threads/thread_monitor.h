@@ -22,9 +22,9 @@
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
-#include "vyn/platform/critical_section.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/core/log_event_type.h"
 #include "vyn/threads/monitored_thread.h"
 
 class VYN_EXPORT CVYNThreadMonitor {

@@ -70,7 +70,7 @@ BootLoaderPort::~BootLoaderPort() { Close(); }
 bool BootLoaderPort::Open(const std::string& path, int* error) {
   Close();
   {
-    std::lock_guard<std::mutex> lock(cancel_lock_);
+    MutexLock lock(&cancel_lock_);
     if (cancel_event_ == nullptr) cancel_event_ = std::make_unique<WakeUpEvent>();
   }
   const auto fail = [&](int code) {
@@ -242,13 +242,13 @@ void BootLoaderPort::Close() {
 }
 
 void BootLoaderPort::Cancel() {
-  std::lock_guard<std::mutex> lock(cancel_lock_);
+  MutexLock lock(&cancel_lock_);
   cancelled_.store(true, std::memory_order_release);
   if (cancel_event_ != nullptr) cancel_event_->Signal();
 }
 
 void BootLoaderPort::ResetCancel() {
-  std::lock_guard<std::mutex> lock(cancel_lock_);
+  MutexLock lock(&cancel_lock_);
   cancelled_.store(false, std::memory_order_release);
   if (cancel_event_ != nullptr) cancel_event_->Clear();
 }

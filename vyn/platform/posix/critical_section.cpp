@@ -1,4 +1,4 @@
-#include "vyn/platform/critical_section.h"
+#include "vyn/base/critical_section.h"
 
 void InitializeCriticalSection(CRITICAL_SECTION* /*section*/) {}
 

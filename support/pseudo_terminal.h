@@ -23,7 +23,7 @@
 
 #include <string>
 
-namespace vyn::platform {
+namespace vyn::support {
 
 class PseudoTerminal {
  public:
@@ -51,4 +51,4 @@ class PseudoTerminal {
   std::string slave_path_;
 };
 
-}  // namespace vyn::platform
+}  // namespace vyn::support

@@ -1,5 +1,5 @@
 // The re-entrant lock that every service guards its state with, under the
-// name applications know from the original platform. The functions are
+// name applications know. The functions are
 // exported so that an application hands CVYNSynchronize a lock exactly as the
 // services do.
 //
@@ -13,15 +13,16 @@
 
 #include <mutex>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
 
-struct CRITICAL_SECTION {
+struct VYN_CAPABILITY("mutex") CRITICAL_SECTION {
   std::recursive_mutex mutex;
 };
 
 VYN_EXPORT void InitializeCriticalSection(CRITICAL_SECTION* section);
-VYN_EXPORT void EnterCriticalSection(CRITICAL_SECTION* section);
+VYN_EXPORT void EnterCriticalSection(CRITICAL_SECTION* section) VYN_ACQUIRE(section);
 // Takes the lock without waiting; nonzero when it was taken.
-VYN_EXPORT int TryEnterCriticalSection(CRITICAL_SECTION* section);
-VYN_EXPORT void LeaveCriticalSection(CRITICAL_SECTION* section);
+VYN_EXPORT int TryEnterCriticalSection(CRITICAL_SECTION* section) VYN_TRY_ACQUIRE(1, section);
+VYN_EXPORT void LeaveCriticalSection(CRITICAL_SECTION* section) VYN_RELEASE(section);
 VYN_EXPORT void DeleteCriticalSection(CRITICAL_SECTION* section);

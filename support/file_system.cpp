@@ -1,4 +1,4 @@
-#include "vyn/platform/file_system.h"
+#include "support/file_system.h"
 
 #include <stdlib.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <vector>
 
-namespace vyn::platform {
+namespace vyn::support {
 
 std::string CreateUniqueDirectory(const std::string& prefix) {
   std::vector<char> name(prefix.begin(), prefix.end());
@@ -41,4 +41,4 @@ bool ReplaceSymbolicLink(const std::string& target, const std::string& link) {
   return true;
 }
 
-}  // namespace vyn::platform
+}  // namespace vyn::support

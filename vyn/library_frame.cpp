@@ -6,7 +6,6 @@
 // The thread monitor comes before every service that owns a thread, because
 // each thread object takes its sequence number from the monitor. This is the
 // only file that includes every service; keep it small.
-#include "vyn/core/app.h"
 #include "vyn/core/command_line.h"
 #include "vyn/core/ini_manager.h"
 #include "vyn/core/language.h"
@@ -17,6 +16,7 @@
 #include "vyn/diagnostics/memory_dump.h"
 #include "vyn/firmware/file_header.h"
 #include "vyn/firmware/stm32_boot_loader.h"
+#include "vyn/internal/app.h"
 #include "vyn/log/system_log.h"
 #include "vyn/plugins/plugin_manager.h"
 #include "vyn/queue/message_queue.h"

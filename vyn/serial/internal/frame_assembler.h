@@ -44,6 +44,7 @@
 #include <string>
 
 #include "vyn/device/frame_format.h"
+#include "vyn/serial/serial_statistics.h"
 
 class CVYNFrameAssembler {
  public:
@@ -54,17 +55,7 @@ class CVYNFrameAssembler {
   // A pending reception is given up after more than this many milliseconds.
   static constexpr uint32_t kReceptionTimeoutMs = 2000;
 
-  struct Statistics {
-    uint32_t frames_received;
-    uint32_t bytes_received;
-    uint32_t frames_sent;
-    uint32_t bytes_sent;
-    uint32_t isd;       // bytes dropped while waiting for a start delimiter
-    uint32_t ihcs;      // frames with a wrong header checksum
-    uint32_t ipcs;      // frames with a wrong payload checksum
-    uint32_t too_long;  // frames declaring 1024 bytes or more, or filling the buffer
-    uint32_t timeout;   // pending receptions given up
-  };
+  using Statistics = _SERIAL_LINK_STATISTICS;
 
   explicit CVYNFrameAssembler(FrameSink sink = nullptr);
   CVYNFrameAssembler(const CVYNFrameAssembler&) = delete;

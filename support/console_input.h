@@ -16,7 +16,7 @@
 #include <memory>
 #include <string>
 
-namespace vyn::platform {
+namespace vyn::support {
 
 class ConsoleInput {
  public:
@@ -38,4 +38,4 @@ class ConsoleInput {
   bool end_of_input_ = false;
 };
 
-}  // namespace vyn::platform
+}  // namespace vyn::support

@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace vyn::platform {
+namespace vyn::support {
 
 // Creates a new directory named `prefix` followed by six random characters
 // (for example "/tmp/vyn-sim-" gives "/tmp/vyn-sim-Ab3xYz"), readable only by
@@ -25,4 +25,4 @@ bool RemoveFile(const std::string& path);
 // created and renamed over it. False (and `link` unchanged) on failure.
 bool ReplaceSymbolicLink(const std::string& target, const std::string& link);
 
-}  // namespace vyn::platform
+}  // namespace vyn::support

@@ -1,4 +1,4 @@
-#include "vyn/platform/pseudo_terminal.h"
+#include "support/pseudo_terminal.h"
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -7,7 +7,7 @@
 
 #include <utility>
 
-namespace vyn::platform {
+namespace vyn::support {
 namespace {
 
 // Raw mode on the slave. Opening and closing the slave here also puts the
@@ -67,4 +67,4 @@ void PseudoTerminal::Close() {
   slave_path_.clear();
 }
 
-}  // namespace vyn::platform
+}  // namespace vyn::support

@@ -1,4 +1,4 @@
-#include "vyn/platform/console_input.h"
+#include "support/console_input.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-namespace vyn::platform {
+namespace vyn::support {
 
 struct ConsoleInput::SignalState {
   sigset_t previous_mask{};
@@ -62,4 +62,4 @@ ConsoleInput::Result ConsoleInput::ReadLine(std::string* line) {
   }
 }
 
-}  // namespace vyn::platform
+}  // namespace vyn::support
