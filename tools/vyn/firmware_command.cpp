@@ -127,8 +127,9 @@ void RunInfo(const FirmwareOptions& options) {
   if (version != 0) {
     std::printf(" (version %d.%d.%d)", version >> 16, (version >> 8) & 0xFF, version & 0xFF);
   }
-  std::printf("\n           ");
-  for (unsigned char byte : header.abApplicationData) std::printf(" %02X", byte);
+  for (size_t i = 0; i < sizeof header.abApplicationData; ++i) {
+    std::printf(i % 32 == 0 ? "\n            %02X" : " %02X", header.abApplicationData[i]);
+  }
   std::printf("\ncheck        %s%s%s\n", GetVYNStatusAsString(status).c_str(),
               status == VYN_STATUS_SUCCESS ? "" : ": ", Explain(status));
   if (status != VYN_STATUS_SUCCESS) throw CLI::RuntimeError(1);
