@@ -13,7 +13,7 @@
 #include "vyn/firmware/file_header.h"
 #include "vyn/firmware/internal/boot_loader_line.h"
 #include "vyn/firmware/stm32_boot_loader.h"
-#include "vyn/platform/mutex.h"
+#include "vyn/base/mutex.h"
 #include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
 
@@ -35,7 +35,7 @@ std::atomic<uint8_t> g_progress_threshold{1};
 // Guards g_transmitting against a second transmission and against a cancel
 // that would outlive the transmission it was meant for.
 // Taken before the port's cancel lock, never while logging or posting.
-vyn::platform::Mutex g_state_lock;
+vyn::Mutex g_state_lock;
 bool g_transmitting VYN_GUARDED_BY(g_state_lock) = false;
 
 __attribute__((format(printf, 1, 2))) std::string Format(const char* format, ...) {
@@ -59,14 +59,14 @@ const char* Text(int32_t number) {
 class TransmissionClaim {
  public:
   TransmissionClaim() {
-    vyn::platform::MutexLock lock(&g_state_lock);
+    vyn::MutexLock lock(&g_state_lock);
     claimed_ = !g_transmitting;
     g_transmitting = true;
   }
   ~TransmissionClaim() {
     if (!claimed_) return;
     g_image_file.reset();
-    vyn::platform::MutexLock lock(&g_state_lock);
+    vyn::MutexLock lock(&g_state_lock);
     vyn::firmware::BootLoaderLine().ResetCancel();
     g_transmitting = false;
   }
@@ -106,7 +106,7 @@ void CVYNSTM32BootLoader::ReportProgress(uint32_t written) {
 }
 
 void CVYNSTM32BootLoader::CancelTransmission() {
-  vyn::platform::MutexLock lock(&g_state_lock);
+  vyn::MutexLock lock(&g_state_lock);
   if (g_transmitting) vyn::firmware::BootLoaderLine().Cancel();
 }
 

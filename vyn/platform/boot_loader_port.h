@@ -22,7 +22,7 @@
 // Queue sizes: the kernel's terminal queues (4 KiB each way) are used as
 // they are; the client never has more than one block of 259 bytes in flight.
 //
-// Ownership: the object owns its descriptor and its cancel event.
+// Ownership: the object owns its descriptor and its cancel descriptor.
 // Thread-safety: Cancel and IsCancelled may be called from any thread; every
 // other operation belongs to the one thread that uses the port. Lock order:
 // the cancel lock is taken alone, never while another lock is requested.
@@ -31,15 +31,12 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
+#include "vyn/base/mutex.h"
 #include "vyn/base/thread_annotations.h"
-#include "vyn/platform/mutex.h"
 
 namespace vyn::platform {
-
-class WakeUpEvent;
 
 class BootLoaderPort {
  public:
@@ -88,13 +85,14 @@ class BootLoaderPort {
   int64_t read_timeout_ms_ = -1;
   bool write_failed_ = false;
   std::atomic<bool> cancelled_{false};
-  // A leaf lock: nothing is called while it is held but the event's Signal
-  // and Clear.
+  // A leaf lock: nothing is called while it is held but the write that
+  // raises the cancel descriptor.
   Mutex cancel_lock_;
-  // Made at the first Open, so that loading the library opens nothing, and
-  // kept to the end. Open sets it and Cancel signals it under the lock; the
-  // port's own thread, the only one that sets it, reads it without.
-  std::unique_ptr<WakeUpEvent> cancel_event_;
+  // An eventfd that Cancel makes readable, watched by every wait. Made at
+  // the first Open, so that loading the library opens nothing, and kept to
+  // the end. Open sets it and Cancel uses it under the lock; the port's own
+  // thread, the only one that sets it, reads it without.
+  int cancel_descriptor_ = -1;
 };
 
 }  // namespace vyn::platform

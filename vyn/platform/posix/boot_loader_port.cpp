@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -12,8 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-
-#include "vyn/platform/wake_up_event.h"
 
 namespace vyn::platform {
 namespace {
@@ -65,13 +64,16 @@ int64_t WriteTimeLimitMs(size_t size) { return 2000 + 10 * static_cast<int64_t>(
 
 BootLoaderPort::BootLoaderPort() = default;
 
-BootLoaderPort::~BootLoaderPort() { Close(); }
+BootLoaderPort::~BootLoaderPort() {
+  Close();
+  if (cancel_descriptor_ >= 0) close(cancel_descriptor_);
+}
 
 bool BootLoaderPort::Open(const std::string& path, int* error) {
   Close();
   {
     MutexLock lock(&cancel_lock_);
-    if (cancel_event_ == nullptr) cancel_event_ = std::make_unique<WakeUpEvent>();
+    if (cancel_descriptor_ < 0) cancel_descriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   }
   const auto fail = [&](int code) {
     if (error != nullptr) *error = code;
@@ -111,11 +113,13 @@ bool BootLoaderPort::Configure(uint32_t baud, int* error) {
   settings.c_cc[VTIME] = 0;
   const speed_t speed = SpeedOf(baud);
   if (speed == B0) return fail(EINVAL);
-  if (cfsetispeed(&settings, speed) != 0 || cfsetospeed(&settings, speed) != 0 ||
-      tcsetattr(descriptor_, TCSANOW, &settings) != 0) {
+  if (cfsetispeed(&settings, speed) != 0 || cfsetospeed(&settings, speed) != 0) {
     return fail(errno);
   }
-  // tcsetattr succeeds when any of the settings took; read them back.
+  // The C library answers EINVAL when the kernel kept the settings but for
+  // some line bits (a pseudo-terminal drops the parity), and success when
+  // any setting took: either way the read-back decides.
+  if (tcsetattr(descriptor_, TCSANOW, &settings) != 0 && errno != EINVAL) return fail(errno);
   termios applied{};
   if (tcgetattr(descriptor_, &applied) != 0) return fail(errno);
   const tcflag_t line_bits = CSIZE | CSTOPB | PARENB | PARODD | CRTSCTS;
@@ -137,8 +141,7 @@ bool BootLoaderPort::Configure(uint32_t baud, int* error) {
 void BootLoaderPort::SetReadTimeout(int64_t timeout_ms) { read_timeout_ms_ = timeout_ms; }
 
 short BootLoaderPort::WaitFor(short events, int64_t timeout_ms) {
-  pollfd watched[2] = {{descriptor_, events, 0}, {-1, POLLIN, 0}};
-  if (cancel_event_ != nullptr) watched[1].fd = cancel_event_->descriptor();
+  pollfd watched[2] = {{descriptor_, events, 0}, {cancel_descriptor_, POLLIN, 0}};
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
   for (;;) {
     int wait_ms = -1;
@@ -216,17 +219,14 @@ void BootLoaderPort::Flush() {
 }
 
 bool BootLoaderPort::Pause(int milliseconds) {
-  if (IsCancelled()) return false;
-  if (cancel_event_ == nullptr) {
-    poll(nullptr, 0, milliseconds);
-    return !IsCancelled();
-  }
-  pollfd watched{cancel_event_->descriptor(), POLLIN, 0};
+  // A negative descriptor is ignored by poll, which then only sleeps.
+  pollfd watched{cancel_descriptor_, POLLIN, 0};
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
   for (;;) {
+    if (IsCancelled()) return false;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0) return !IsCancelled();
-    if (poll(&watched, 1, static_cast<int>(left.count())) > 0 || IsCancelled()) return false;
+    if (left.count() <= 0) return true;
+    poll(&watched, 1, static_cast<int>(left.count()));
   }
 }
 
@@ -244,13 +244,20 @@ void BootLoaderPort::Close() {
 void BootLoaderPort::Cancel() {
   MutexLock lock(&cancel_lock_);
   cancelled_.store(true, std::memory_order_release);
-  if (cancel_event_ != nullptr) cancel_event_->Signal();
+  if (cancel_descriptor_ < 0) return;
+  const uint64_t one = 1;
+  while (write(cancel_descriptor_, &one, sizeof one) < 0 && errno == EINTR) {
+  }
 }
 
 void BootLoaderPort::ResetCancel() {
   MutexLock lock(&cancel_lock_);
   cancelled_.store(false, std::memory_order_release);
-  if (cancel_event_ != nullptr) cancel_event_->Clear();
+  if (cancel_descriptor_ < 0) return;
+  uint64_t count = 0;
+  // Reading an eventfd takes its whole count back.
+  while (read(cancel_descriptor_, &count, sizeof count) < 0 && errno == EINTR) {
+  }
 }
 
 }  // namespace vyn::platform
