@@ -34,10 +34,12 @@ InterruptWatch::~InterruptWatch() {
   pthread_sigmask(SIG_SETMASK, &state_->previous_mask, nullptr);
 }
 
-InterruptWatch::Event InterruptWatch::Wait() {
+InterruptWatch::Event InterruptWatch::Wait(int timeout_ms) {
   for (;;) {
     pollfd watched[2] = {{state_->wake, POLLIN, 0}, {state_->signals, POLLIN, 0}};
-    if (poll(watched, 2, -1) < 0) {
+    const int ready = poll(watched, 2, timeout_ms);
+    if (ready == 0) return Event::kTimedOut;
+    if (ready < 0) {
       if (errno == EINTR) continue;
       return Event::kWoken;  // nothing left to wait with
     }

@@ -19,16 +19,17 @@ namespace vyn::support {
 
 class InterruptWatch {
  public:
-  enum class Event { kInterrupted, kWoken };
+  enum class Event { kInterrupted, kWoken, kTimedOut };
 
   InterruptWatch();
   ~InterruptWatch();
   InterruptWatch(const InterruptWatch&) = delete;
   InterruptWatch& operator=(const InterruptWatch&) = delete;
 
-  // Waits for an interrupt or termination request, or for Wake. A wake-up
-  // that came before the call counts; it is used up by the call that sees it.
-  Event Wait();
+  // Waits for an interrupt or termination request, or for Wake, at most
+  // `timeout_ms` (negative: no limit). A wake-up that came before the call
+  // counts; it is used up by the call that sees it.
+  Event Wait(int timeout_ms = -1);
   // Ends a Wait on another thread (the work it waits for is done).
   void Wake();
 

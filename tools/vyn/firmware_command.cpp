@@ -16,6 +16,8 @@
 namespace vyn::tool {
 namespace {
 
+constexpr double kQuietHintSeconds = 10;
+
 struct FirmwareOptions {
   std::string source;
   std::string destination;
@@ -169,7 +171,15 @@ int RunFlash(const FirmwareOptions& options) {
     result = GetVYNSTM32BootLoader().TransmitFirmware(options.port, options.source);
     interrupts.Wake();
   });
-  const bool interrupted = interrupts.Wait() == support::InterruptWatch::Event::kInterrupted;
+  // A chip that does not answer keeps the bootloader waiting for a long
+  // time; say so now and then, so that nobody takes it for a hang.
+  support::InterruptWatch::Event event = support::InterruptWatch::Event::kTimedOut;
+  while ((event = interrupts.Wait(1000)) == support::InterruptWatch::Event::kTimedOut) {
+    if (console.QuietSeconds() >= kQuietHintSeconds) {
+      console.ShowLine("still waiting for the chip to answer (Ctrl-C cancels)");
+    }
+  }
+  const bool interrupted = event == support::InterruptWatch::Event::kInterrupted;
   if (interrupted) {
     console.ShowLine("interrupted: the transmission is cancelled");
     GetVYNSTM32BootLoader().CancelTransmission();

@@ -23,6 +23,24 @@ std::string Duration(double seconds) {
   return text;
 }
 
+// The log's texts are Windows-1252; terminals today read UTF-8. The texts
+// use letters of Latin-1 only (umlauts), which keep their code points.
+std::string ToUtf8(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x80) {
+      out += c;
+    } else if (byte < 0xA0) {
+      out += '?';
+    } else {
+      out += static_cast<char>(0xC0 | (byte >> 6));
+      out += static_cast<char>(0x80 | (byte & 0x3F));
+    }
+  }
+  return out;
+}
+
 }  // namespace
 
 FlashConsole::FlashConsole(bool terminal, uint32_t image_size)
@@ -57,9 +75,10 @@ void FlashConsole::DrawBar() const {
 void FlashConsole::ShowLine(const std::string& line) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (terminal_ && bar_shown_) std::fputs("\r\x1b[K", stderr);
-  std::fprintf(stderr, "%s\n", line.c_str());
+  std::fprintf(stderr, "%s\n", ToUtf8(line).c_str());
   if (terminal_ && bar_shown_) DrawBar();
   std::fflush(stderr);
+  last_shown_ = Clock::now();
 }
 
 void FlashConsole::ShowProgress(unsigned percentage) {
@@ -71,6 +90,7 @@ void FlashConsole::ShowProgress(unsigned percentage) {
     first_percentage_ = percentage;
   }
   last_time_ = now;
+  last_shown_ = now;
   percentage_ = percentage;
   if (terminal_) {
     DrawBar();
@@ -91,6 +111,11 @@ void FlashConsole::Finish() {
   if (terminal_ && bar_shown_) std::fputs("\n", stderr);
   std::fflush(stderr);
   bar_shown_ = false;
+}
+
+double FlashConsole::QuietSeconds() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return std::chrono::duration<double>(Clock::now() - last_shown_).count();
 }
 
 unsigned FlashConsole::last_percentage() const {

@@ -24,11 +24,14 @@ class FlashConsole {
   // `image_size` 0: unknown, the bar shows the percentage alone.
   FlashConsole(bool terminal, uint32_t image_size);
 
+  // A line of the log (Windows-1252, shown as UTF-8) or of the program.
   void ShowLine(const std::string& line);
   void ShowProgress(unsigned percentage);
   // Ends the bar's line; later lines start on a fresh one.
   void Finish();
   unsigned last_percentage() const;
+  // Seconds since anything was shown.
+  double QuietSeconds() const;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -47,6 +50,7 @@ class FlashConsole {
   Clock::time_point first_time_;
   unsigned first_percentage_ = 0;
   Clock::time_point last_time_;
+  Clock::time_point last_shown_ = Clock::now();
 };
 
 // A receiver queue that hands the progress messages to a console.
