@@ -39,7 +39,7 @@ bool BootLoaderSimulator::Start() {
   }
   port_path_ = directory + "/" + options_.link_name;
   {
-    platform::MutexLock lock(&mutex_);
+    MutexLock lock(&mutex_);
     if (PlugInNewTerminal()) {
       running_ = true;
       stop_requested_ = false;
@@ -55,12 +55,12 @@ bool BootLoaderSimulator::Start() {
 
 void BootLoaderSimulator::Stop() {
   {
-    platform::MutexLock lock(&mutex_);
+    MutexLock lock(&mutex_);
     stop_requested_ = true;
   }
   wake_.Signal();
   if (thread_.joinable()) thread_.join();
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   running_ = false;
   if (plugged_) support::RemoveFile(port_path_);
   terminal_.Close();
@@ -72,109 +72,109 @@ void BootLoaderSimulator::Stop() {
 }
 
 bool BootLoaderSimulator::IsRunning() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return running_;
 }
 
 std::string BootLoaderSimulator::terminal_path() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return terminal_.slave_path();
 }
 
 std::vector<uint8_t> BootLoaderSimulator::FlashContents() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return chip_.flash().bytes();
 }
 
 BootLoaderSimulatorCounters BootLoaderSimulator::counters() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return chip_.counters();
 }
 
 bool BootLoaderSimulator::IsConnected() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return chip_.connected();
 }
 
 void BootLoaderSimulator::Reset() {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.Reset();
   DropAnswers();
 }
 
 void BootLoaderSimulator::SetBaudRate(uint32_t baud_rate) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   to_chip_.SetBaudRate(baud_rate);
   to_host_.SetBaudRate(baud_rate);
 }
 
 void BootLoaderSimulator::InjectNack(const NackFault& fault) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.InjectNack(fault);
 }
 
 void BootLoaderSimulator::ClearNack() {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.ClearNack();
 }
 
 void BootLoaderSimulator::LoseAck(uint32_t skip) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.LoseAck(skip);
 }
 
 void BootLoaderSimulator::ClearLostAck() {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.ClearLostAck();
 }
 
 void BootLoaderSimulator::SetSilent(bool silent) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.set_silent(silent);
 }
 
 void BootLoaderSimulator::SetChipId(uint16_t chip_id) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.set_chip_id(chip_id);
 }
 
 uint16_t BootLoaderSimulator::chip_id() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return chip_.chip_id();
 }
 
 void BootLoaderSimulator::SetVersion(uint8_t version) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.set_version(version);
 }
 
 uint8_t BootLoaderSimulator::version() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return chip_.version();
 }
 
 void BootLoaderSimulator::SetWriteProtected(bool on) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.set_write_protected(on);
 }
 
 bool BootLoaderSimulator::IsWriteProtected() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return chip_.write_protected();
 }
 
 void BootLoaderSimulator::SetReadProtected(bool on) {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.set_read_protected(on);
 }
 
 bool BootLoaderSimulator::IsReadProtected() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return chip_.read_protected();
 }
 
 void BootLoaderSimulator::ClearFaults() {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   chip_.ClearNack();
   chip_.ClearLostAck();
   chip_.set_silent(false);
@@ -187,7 +187,7 @@ bool BootLoaderSimulator::Unplug() { return RequestPlugChange(PlugRequest::kUnpl
 bool BootLoaderSimulator::Replug() { return RequestPlugChange(PlugRequest::kReplug); }
 
 bool BootLoaderSimulator::IsPlugged() const {
-  platform::MutexLock lock(&mutex_);
+  MutexLock lock(&mutex_);
   return plugged_;
 }
 

@@ -55,7 +55,7 @@
 #include "sim/line_clock.h"
 #include "support/pseudo_terminal.h"
 #include "vyn/base/thread_annotations.h"
-#include "vyn/platform/mutex.h"
+#include "vyn/base/mutex.h"
 #include "vyn/platform/wake_up_event.h"
 
 namespace vyn::sim {
@@ -170,7 +170,7 @@ class BootLoaderSimulator {
 
   // Lock order: the only lock. It is never held while the simulator's
   // thread waits for the line, nor while a caller waits to join that thread.
-  mutable platform::Mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable plug_changed_;  // waits on mutex_
   bool running_ VYN_GUARDED_BY(mutex_) = false;
   bool stop_requested_ VYN_GUARDED_BY(mutex_) = false;

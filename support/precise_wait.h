@@ -20,7 +20,7 @@ namespace vyn::support {
 // negative descriptor waits on the wake-up event alone; `wake_up` may be
 // null. Interrupted waits are resumed.
 platform::DescriptorReadiness WaitForDescriptorUntil(
-    int descriptor, bool want_readable, bool want_writable, const platform::WakeUpEvent* wake_up,
+    int descriptor, bool want_readable, bool want_writable, platform::WakeUpEvent* wake_up,
     std::optional<std::chrono::steady_clock::time_point> deadline);
 
 // Lets the calling thread's timed waits end as close to their deadline as

@@ -18,6 +18,8 @@ void AddSimBootLoaderCommand(CLI::App& sim);
 void AddFrameCommand(CLI::App& app);
 void AddMonitorCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
+void AddPluginCommand(CLI::App& app);
+void AddFirmwareCommand(CLI::App& app);
 
 // Builds the named request ("GetStatus", "Control", ... as `vyn frame build`
 // takes them) into `frame` and returns its length; sequence number and

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
@@ -51,7 +52,7 @@ CVYNThreadMonitor::CVYNThreadMonitor() = default;
 
 CVYNThreadMonitor::~CVYNThreadMonitor() {
   {
-    CVYNSynchronize guard(&lock_, true);
+    vyn::ScopedLock guard(&lock_);
     for (CVYNMonitoredThread* object : objects_) object->registered_ = false;
     objects_.clear();
   }
@@ -60,12 +61,12 @@ CVYNThreadMonitor::~CVYNThreadMonitor() {
 }
 
 void CVYNThreadMonitor::RegisterObject(CVYNMonitoredThread* object) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   objects_.push_back(object);
 }
 
 void CVYNThreadMonitor::UnregisterObject(CVYNMonitoredThread* object) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   const auto found = std::find(objects_.begin(), objects_.end(), object);
   if (found != objects_.end()) objects_.erase(found);
 }
@@ -106,7 +107,7 @@ int32_t CVYNThreadMonitor::RunMonitorThread() {
 }
 
 void CVYNThreadMonitor::CheckObjects() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   if (timeout_) return;
   const int64_t now = WatchdogNow();
   const int64_t threshold = g_hang_threshold.load();
@@ -139,7 +140,7 @@ void CVYNThreadMonitor::CheckObjects() {
 }
 
 std::vector<std::string> CVYNThreadMonitor::GetRegisteredThreadNames() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   std::vector<std::string> names;
   for (CVYNMonitoredThread* object : objects_) {
     std::string name;
