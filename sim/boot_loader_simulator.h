@@ -54,13 +54,15 @@
 #include "sim/boot_loader_types.h"
 #include "sim/line_clock.h"
 #include "support/pseudo_terminal.h"
-#include "vyn/base/thread_annotations.h"
 #include "vyn/base/mutex.h"
+#include "vyn/base/thread_annotations.h"
 #include "vyn/platform/wake_up_event.h"
 
 namespace vyn::sim {
 
 struct BootLoaderSimulatorOptions : BootLoaderChipOptions {
+  BootLoaderSimulatorOptions() = default;  // no aggregate either (see above)
+
   // Where the port link is made; empty: a new directory below /tmp, removed
   // again when the simulator stops. A given directory must exist.
   std::string link_directory;

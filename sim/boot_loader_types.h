@@ -33,6 +33,10 @@ constexpr uint8_t kBootNack = 0x1F;
 // of the larger families, chip id 0x0413 and bootloader version 3.1, which
 // erases with Extended Erase; a version below 3.0 offers Erase instead.
 struct BootLoaderChipOptions {
+  // Declared, so that the options are no aggregate: g++ 12 at -O3 warns that
+  // the vector below "may be used uninitialized" in a `= {}` temporary of one.
+  BootLoaderChipOptions() = default;
+
   uint16_t chip_id = 0x0413;
   uint8_t version = 0x31;  // major in the high, minor in the low nibble
   uint32_t flash_base = 0x08000000;
