@@ -1,7 +1,7 @@
 // Flashing a 128 KiB image into the simulated bootloader paced at 115,200
 // baud, by the shortest client the protocol allows and by stm32flash, in one
-// run. Each result carries the line-rate limit of the bytes its client put
-// on the line (bytes x 11 bits / baud rate), which no client can beat.
+// run, and by the library's own transmission. Each result carries the line-rate limit of the bytes
+// its client put on the line (bytes x 11 bits / baud rate), which no client can beat.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -11,12 +11,16 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "sim/boot_loader_simulator.h"
 #include "support/file_system.h"
+#include "vyn/core/status.h"
+#include "vyn/firmware/file_header.h"
+#include "vyn/firmware/stm32_boot_loader.h"
 #include "vyn/platform/descriptor_io.h"
 #include "vyn/platform/serial_device.h"
 
@@ -202,6 +206,42 @@ void BM_FlashStm32flash(benchmark::State& state) {
   vyn::support::RemoveEmptyDirectory(directory);
 }
 BENCHMARK(BM_FlashStm32flash)
+    ->Unit(benchmark::kSecond)
+    ->Iterations(1)
+    ->Repetitions(2)
+    ->UseManualTime();
+
+// The library's own transmission: the firmware file is unpacked to
+// "temp.bin", then Get, Get ID, Extended Erase, the blocks and Go.
+void BM_FlashLibrary(benchmark::State& state) {
+  const std::string directory = vyn::support::CreateUniqueDirectory("/tmp/vyn-bench-");
+  const std::vector<uint8_t> image = Image();
+  const std::string plain = directory + "/image.bin";
+  const std::string firmware = directory + "/image.vfw";
+  FILE* out = std::fopen(plain.c_str(), "wb");
+  const bool written =
+      out != nullptr && std::fwrite(image.data(), 1, image.size(), out) == image.size();
+  if (out != nullptr) std::fclose(out);
+  _FILE_HEADER header{};
+  header.dwFileType = VYN_FILE_TYPE_MCPU;
+  const std::filesystem::path previous = std::filesystem::current_path();
+  if (directory.empty() || !written ||
+      GetVYNFileHeader().CreateNewFile(plain, firmware, &header) != VYN_STATUS_SUCCESS) {
+    state.SkipWithError("no firmware file");
+  } else {
+    // "temp.bin" goes to the current directory.
+    std::filesystem::current_path(directory);
+    MeasureFlash(state, [&firmware](const std::string& path, const std::vector<uint8_t>&) {
+      return GetVYNSTM32BootLoader().TransmitFirmware(path, firmware) == VYN_STATUS_SUCCESS;
+    });
+    std::filesystem::current_path(previous);
+  }
+  for (const char* name : {"/image.bin", "/image.vfw", "/temp.bin"}) {
+    vyn::support::RemoveFile(directory + name);
+  }
+  vyn::support::RemoveEmptyDirectory(directory);
+}
+BENCHMARK(BM_FlashLibrary)
     ->Unit(benchmark::kSecond)
     ->Iterations(1)
     ->Repetitions(2)

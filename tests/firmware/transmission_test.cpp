@@ -79,8 +79,9 @@ class TransmissionTest : public ::testing::Test {
     GetVYNLanguage().SetLanguage(1);
   }
 
-  void StartChip(BootLoaderSimulatorOptions options = {}) {
-    chip_ = std::make_unique<BootLoaderSimulator>(options);
+  // A chip made as options_ says.
+  void StartChip() {
+    chip_ = std::make_unique<BootLoaderSimulator>(options_);
     ASSERT_TRUE(chip_->Start());
   }
 
@@ -131,6 +132,7 @@ class TransmissionTest : public ::testing::Test {
   TempDir directory_;
   ScopedCurrentDirectory current_{directory_.path()};
   ProgressRecorder* recorder_ = nullptr;
+  BootLoaderSimulatorOptions options_;
   std::unique_ptr<BootLoaderSimulator> chip_;
 };
 
@@ -171,9 +173,8 @@ TEST_F(TransmissionTest, ImageArrivesAndEveryStepIsLogged) {
 }
 
 TEST_F(TransmissionTest, BootloaderVersionsChooseTheErase) {
-  BootLoaderSimulatorOptions options;
-  options.version = 0x20;
-  StartChip(options);
+  options_.version = 0x20;
+  StartChip();
   MakeFile(300);
   EXPECT_EQ(Transmit(), VYN_STATUS_UNSPECIFIC_ERROR);
   EXPECT_EQ(chip_->counters().mass_erases, 0U);
@@ -261,9 +262,8 @@ TEST_F(TransmissionTest, LineFaultsEndWithTheirText) {
 }
 
 TEST_F(TransmissionTest, UnplugAndCancelEndTheWaits) {
-  BootLoaderSimulatorOptions options;
-  options.baud_rate = 115200;  // 64 KiB take about six seconds
-  StartChip(options);
+  options_.baud_rate = 115200;  // 64 KiB take about six seconds
+  StartChip();
   MakeFile(64 * 1024);
 
   auto running = std::async(std::launch::async, [&] { return Transmit(); });
