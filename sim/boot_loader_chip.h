@@ -12,7 +12,9 @@
 // the chip waits for the next command. A connect byte where a command code
 // is expected is answered with NACK, so that a host that connects twice sees
 // that the chip is listening already. Go, Write Protect, Write Unprotect,
-// Readout Protect and Readout Unprotect end with a reset.
+// Readout Protect and Readout Unprotect end with a reset. While the flash is
+// readout-protected only Get, Get Version, Get ID and Readout Unprotect are
+// served; every other command is refused at once.
 //
 // Thread-safety: none; the simulator serialises access.
 #pragma once

@@ -121,7 +121,7 @@ class BootLoaderSimulator {
   uint8_t version() const VYN_EXCLUDES(mutex_);
   // Every page protected, or none; Write Unprotect also lifts it.
   void SetWriteProtected(bool on) VYN_EXCLUDES(mutex_);
-  bool IsWriteProtected() const VYN_EXCLUDES(mutex_);
+  bool IsWriteProtected() const VYN_EXCLUDES(mutex_);  // any page
   // Readout Unprotect also lifts it (and erases the flash).
   void SetReadProtected(bool on) VYN_EXCLUDES(mutex_);
   bool IsReadProtected() const VYN_EXCLUDES(mutex_);

@@ -21,6 +21,8 @@ ConsoleInput::ConsoleInput() : signals_(std::make_unique<SignalState>()) {
   sigemptyset(&watched);
   sigaddset(&watched, SIGINT);
   sigaddset(&watched, SIGTERM);
+  // A closed terminal window hangs up the program's terminal.
+  sigaddset(&watched, SIGHUP);
   if (pthread_sigmask(SIG_BLOCK, &watched, &signals_->previous_mask) == 0) {
     signals_->descriptor = signalfd(-1, &watched, SFD_CLOEXEC);
   }

@@ -18,6 +18,7 @@ void AddSimBootLoaderCommand(CLI::App& sim);
 void AddFrameCommand(CLI::App& app);
 void AddMonitorCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
+void AddPluginCommand(CLI::App& app);
 void AddFirmwareCommand(CLI::App& app);
 
 // Builds the named request ("GetStatus", "Control", ... as `vyn frame build`
