@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 # check_package.sh BUILD_DIR SOURCE_DIR
+# Installs the build into a temporary prefix and checks it from outside:
+# exports, headers, find_package, pkg-config, and the installed program.
 set -euo pipefail
 build=$1
 source=$2
@@ -56,4 +58,20 @@ PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vyn.pc | head -n 1)")
 c++ "$source/tests/package/consumer/consumer.cpp" -o "$work/pkg_consumer" \
     $(pkg-config --cflags --libs vyn)
 LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_consumer"
+
+# The installed program finds its own library, with no help from the
+# environment, and still does after the whole tree has moved.
+expected="vyn $(awk '/^Version:/ {print $2}' "$(find "$prefix" -name vyn.pc | head -n 1)")"
+check_program() {
+  local version
+  version=$(env -u LD_LIBRARY_PATH "$1/bin/vyn" --version 2>&1) ||
+    { echo "$1/bin/vyn --version failed: $version"; exit 1; }
+  [ "$version" = "$expected" ] || { echo "$1/bin/vyn --version: '$version', not '$expected'"; exit 1; }
+}
+check_program "$prefix"
+if readelf -d "$prefix/bin/vyn" "$library" | grep -F "$build"; then
+  echo "an installed binary still searches the build tree"; exit 1
+fi
+mv "$prefix" "$work/moved"
+check_program "$work/moved"
 echo "package check passed"
