@@ -33,13 +33,17 @@ soname=$(objdump -p "$library" | awk '/SONAME/ {print $2}')
 [ "$soname" = "libvyn.so.1" ] || { echo "unexpected soname: $soname"; exit 1; }
 
 # Every installed header compiles on its own: it includes only installed
-# headers and declares nothing that needs an internal one.
-while IFS= read -r header; do
-  relative=${header#"$prefix/include/"}
-  printf '#include <%s>\n' "$relative" >"$work/one_header.cpp"
-  c++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$prefix/include" \
-      "$work/one_header.cpp" || { echo "installed header does not compile alone: $relative"; exit 1; }
-done < <(find "$prefix/include" -name '*.h' | sort)
+# headers and declares nothing that needs an internal one. The headers are
+# independent, so they are compiled two at a time.
+compile_alone() {
+  local relative=${1#"$2/include/"}
+  printf '#include <%s>\n' "$relative" | c++ -std=c++20 -Wall -Wextra -Wpedantic -Werror \
+      -fsyntax-only -I"$2/include" -x c++ - ||
+    { echo "installed header does not compile alone: $relative"; return 255; }
+}
+export -f compile_alone
+find "$prefix/include" -name '*.h' -print0 | sort -z |
+  xargs -0 -P 2 -I{} bash -c 'compile_alone "$1" "$2"' _ {} "$prefix"
 if find "$prefix/include" -path '*internal*' -o -path '*/platform/*' | grep -q .; then
   echo "internal headers installed:"; find "$prefix/include" -path '*internal*' -o -path '*/platform/*'
   exit 1
