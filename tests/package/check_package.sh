@@ -42,6 +42,8 @@ compile_alone() {
     { echo "installed header does not compile alone: $relative"; return 255; }
 }
 export -f compile_alone
+# The single-quoted arguments are expanded by the inner shell.
+# shellcheck disable=SC2016
 find "$prefix/include" -name '*.h' -print0 | sort -z |
   xargs -0 -P 2 -I{} bash -c 'compile_alone "$1" "$2"' _ {} "$prefix"
 if find "$prefix/include" -path '*internal*' -o -path '*/platform/*' | grep -q .; then
