@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <thread>
@@ -42,6 +43,12 @@ int32_t Beat(void* raw) {
   return 0;
 }
 
+// Ends a child with a failure that says what went wrong.
+[[noreturn]] void Fail(const char* why) {
+  std::fprintf(stderr, "%s\n", why);
+  std::_Exit(1);
+}
+
 bool WaitFor(const std::function<bool()>& condition, std::chrono::seconds limit) {
   const auto deadline = Clock::now() + limit;
   while (!condition()) {
@@ -52,7 +59,8 @@ bool WaitFor(const std::function<bool()>& condition, std::chrono::seconds limit)
 }
 
 // Child: a healthy thread and one that stops stamping; exits 0 when the hang
-// was found, every monitored thread froze, and a stop still releases them.
+// was found, every monitored thread froze, and a stop still releases them;
+// otherwise it says which of these did not happen.
 void HangFreezesEveryMonitoredThread() {
   vyn::testing::SetThreadMonitorTiming(kOneSecond100ns, 50);
   Beating healthy;
@@ -61,19 +69,19 @@ void HangFreezesEveryMonitoredThread() {
   healthy.thread.CreateThread(&Beat, &healthy, nullptr, 0, 0, true);
   silent.thread.CreateThread(&Beat, &silent, nullptr, 0, 0, true);
   CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
-  if (monitor.Initialize() != VYN_STATUS_SUCCESS) std::_Exit(10);
-  if (monitor.Initialize() != VYN_STATUS_BUSY) std::_Exit(11);
+  if (monitor.Initialize() != VYN_STATUS_SUCCESS) Fail("the watchdog did not start");
+  if (monitor.Initialize() != VYN_STATUS_BUSY) Fail("a second start was not refused as busy");
   // The healthy thread alone for a while: no verdict.
   std::this_thread::sleep_for(milliseconds(300));
-  if (monitor.IsObjectTimeout()) std::_Exit(12);
+  if (monitor.IsObjectTimeout()) Fail("a hang was reported before the threshold");
   if (!WaitFor([&] { return monitor.IsObjectTimeout(); }, std::chrono::seconds(20))) {
-    std::_Exit(13);
+    Fail("the silent thread was not reported within 20 s");
   }
   // Give the healthy thread time to reach its next heartbeat, then watch it.
   std::this_thread::sleep_for(milliseconds(200));
   const int frozen_at = healthy.rounds;
   std::this_thread::sleep_for(milliseconds(500));
-  if (healthy.rounds != frozen_at) std::_Exit(14);
+  if (healthy.rounds != frozen_at) Fail("the healthy thread went on after the verdict");
   // A heartbeat from any thread now stays in the freeze.
   std::atomic<bool> returned{false};
   std::thread([&] {
@@ -81,7 +89,7 @@ void HangFreezesEveryMonitoredThread() {
     returned = true;
   }).detach();
   std::this_thread::sleep_for(milliseconds(300));
-  if (returned) std::_Exit(15);
+  if (returned) Fail("a heartbeat after the verdict returned instead of freezing");
   // An explicit stop releases the frozen threads.
   healthy.thread.DestroyThread(true);
   silent.thread.DestroyThread(true);
@@ -98,7 +106,7 @@ void HangEndsTheProcessWhenHandlersAreInstalled() {
   silent.thread.CreateThread(&Beat, &silent, nullptr, 0, 0, true);
   GetVYNThreadMonitor().Initialize();
   std::this_thread::sleep_for(std::chrono::seconds(30));
-  std::_Exit(20);  // the watchdog did not end us
+  Fail("the watchdog did not end the process within 30 s");
 }
 
 TEST(WatchdogDeathTest, HangFreezesEveryMonitoredThread) {
