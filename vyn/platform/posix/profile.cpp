@@ -199,7 +199,9 @@ bool WriteProfileString(const std::string& section, const std::string& key,
     updated = content.substr(0, line.begin) + kept + content.substr(text_end);
   } else if (where.section_found) {
     const Line& anchor = lines[where.insert_after];
-    const bool anchor_has_break = anchor.end > anchor.begin + anchor.text.size();
+    // Only a line feed ends a line: a carriage return alone at the end of the
+    // file does not, and the new entry would join the line before it.
+    const bool anchor_has_break = content[anchor.end - 1] == '\n';
     updated = content.substr(0, anchor.end) + (anchor_has_break ? "" : eol) + entry + eol +
               content.substr(anchor.end);
   } else {
