@@ -69,7 +69,7 @@ TEST(SerialDeviceTest, ExclusiveOpenShortWritesAndHangUp) {
 
   // Far more than the terminal holds: writes come back short, the writer
   // waits for room and carries on; every byte arrives unchanged, in order.
-  const std::vector<uint8_t> sent = Pattern(256 * 1024);
+  const std::vector<uint8_t> sent = Pattern(size_t{256} * 1024);
   std::vector<uint8_t> received;
   std::thread reader([&] { received = Drain(terminal.master_descriptor(), sent.size()); });
   size_t done = 0;
@@ -111,7 +111,7 @@ TEST(FileTest, WritesEverythingThroughSignalsAndShortWritesOrSaysWhyNot) {
   vyn::platform::File pipe;
   ASSERT_TRUE(pipe.OpenForWriting(fifo)) << pipe.GetLastErrorText();
   fcntl(in, F_SETFL, fcntl(in, F_GETFL) & ~O_NONBLOCK);
-  const std::vector<uint8_t> sent = Pattern(2 * 1024 * 1024);
+  const std::vector<uint8_t> sent = Pattern(size_t{2} * 1024 * 1024);
   std::vector<uint8_t> received;
   std::thread reader([&] {
     std::vector<uint8_t> chunk(16384);

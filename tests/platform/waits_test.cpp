@@ -60,6 +60,7 @@ TEST(EventTest, TimeOutsAndWhomASetReleases) {
   for (Event* event : {&automatic, &manual}) {
     std::atomic<int> released{0};
     std::vector<std::thread> waiters;
+    waiters.reserve(3);
     for (int i = 0; i < 3; ++i) {
       waiters.emplace_back([&] { released += event->Wait(10000) ? 1 : 0; });
     }
