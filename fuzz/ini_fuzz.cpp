@@ -25,11 +25,15 @@ namespace {
 // match because it is longer than any value the input can write.
 const std::string kAbsent(1024, '\x01');
 
-// One file in a directory of this process, removed at exit.
+// One file in a directory of this process, removed at exit; in memory where
+// the system offers a memory file system, since every run writes the file.
 const std::string& FilePath() {
   static const std::string path = [] {
-    std::string directory =
-        (std::filesystem::temp_directory_path() / "vyn-ini-fuzz-XXXXXX").string();
+    std::error_code error;
+    const std::filesystem::path base = std::filesystem::is_directory("/dev/shm", error)
+                                           ? std::filesystem::path("/dev/shm")
+                                           : std::filesystem::temp_directory_path();
+    std::string directory = (base / "vyn-ini-fuzz-XXXXXX").string();
     if (mkdtemp(directory.data()) == nullptr) std::abort();
     static std::string to_remove = directory;
     std::atexit([] { std::filesystem::remove_all(to_remove); });
