@@ -91,6 +91,10 @@ TEST(WakeUpEventTest, SignalsDoNotCountAndClearTakesThemBack) {
   wake.Clear();
   EXPECT_TRUE(Nothing(WaitForDescriptor(-1, false, &wake, 0)));
   wake.Clear();  // nothing to take back: returns at once
+  // Its own wait takes the signal back.
+  wake.Signal();
+  EXPECT_TRUE(wake.Wait(0));
+  EXPECT_FALSE(wake.Wait(0));
   // Neither a descriptor nor a wake-up: only the time can end the wait.
   const milliseconds waited =
       Timed([] { EXPECT_TRUE(Nothing(WaitForDescriptor(-1, false, nullptr, 100))); });
@@ -108,6 +112,9 @@ TEST(InterruptedWaitTest, SignalsNeitherShortenNorStretchAWait) {
       Timed([&] { EXPECT_TRUE(Nothing(WaitForDescriptor(-1, false, &wake, kWait))); });
   EXPECT_GE(waited, milliseconds(kWait)) << "descriptor wait";
   EXPECT_LT(waited, Late(kWait)) << "descriptor wait";
+  waited = Timed([&] { EXPECT_FALSE(wake.Wait(kWait)); });
+  EXPECT_GE(waited, milliseconds(kWait)) << "wake-up wait";
+  EXPECT_LT(waited, Late(kWait)) << "wake-up wait";
   waited = Timed([&] { EXPECT_FALSE(event.Wait(kWait)); });
   EXPECT_GE(waited, milliseconds(kWait)) << "event wait";
   EXPECT_LT(waited, Late(kWait)) << "event wait";
