@@ -79,7 +79,13 @@ class TransmissionTest : public ::testing::Test {
     GetVYNLanguage().SetLanguage(1);
   }
 
-  void StartChip(BootLoaderSimulatorOptions options = {}) {
+  // A named default rather than a default argument: g++ 12 at -O3 takes the
+  // temporary's vector for uninitialised when it is destroyed.
+  void StartChip() {
+    const BootLoaderSimulatorOptions defaults;
+    StartChip(defaults);
+  }
+  void StartChip(const BootLoaderSimulatorOptions& options) {
     chip_ = std::make_unique<BootLoaderSimulator>(options);
     ASSERT_TRUE(chip_->Start());
   }
