@@ -131,7 +131,7 @@ TEST_F(SerialPortTest, FourSendersEveryAcceptedFrameArrivesExactlyOnce) {
   // Each accepted frame was reported sent once, and no two were the same.
   const auto sent = recorder_->Frames(MSG_SERIAL_FRAME_SENT);
   EXPECT_EQ(sent.size(), accepted);
-  std::set<std::vector<unsigned char>> payloads;
+  std::set<std::string> payloads;
   for (const auto& frame : sent) payloads.emplace(frame.bytes.begin() + 7, frame.bytes.end() - 1);
   EXPECT_EQ(payloads.size(), accepted);
   EXPECT_EQ(port_.GetSerialPortStatistics().frames_sent, accepted);
