@@ -528,7 +528,6 @@ int32_t CVYNSerialPort::RunSerialPortThread() {
     AddOutput(GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, 8), VYN_EVENT_ERROR);
     return static_cast<int32_t>(kNoMemoryExitCode);
   }
-  bool ends_itself = false;
   while (thread_.IsRunning() && !io.stop_requested) {
     thread_.UpdateStatus();
     const uint32_t now = GetTickCount();
@@ -536,10 +535,11 @@ int32_t CVYNSerialPort::RunSerialPortThread() {
       AddOutput(io.assembler.FormatStatistics(), VYN_EVENT_DEBUG);
       last_statistics_tick_ = now;
     }
-    if (ServeRequest()) {
-      ends_itself = true;
-      break;
-    }
+    // A close with nothing waiting ends the thread; CloseSerialPort
+    // collects it (DestroyThread), so it is not released here: a thread
+    // that released itself could still be in its procedure's last steps
+    // while its owner goes away.
+    if (ServeRequest()) break;
     if (!io.device.IsOpen() && !ReopenLostPort()) continue;
     const auto ready = vyn::platform::WaitForDescriptor(io.device.descriptor(), io.write_blocked,
                                                         &io.wake, WaitTimeoutMs(now));
@@ -556,6 +556,5 @@ int32_t CVYNSerialPort::RunSerialPortThread() {
   // The device is the lifecycle lock holder's from here on.
   io.requests.Detach();
   AddOutput(GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, 9), VYN_EVENT_INFORMATION);
-  if (ends_itself) thread_.EndOfThread();
   return 0;
 }
