@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -242,6 +244,37 @@ TEST_F(SerialPortTest, AReusedPseudoTerminalNumberIsNotTakenOver) {
   EXPECT_TRUE(
       WaitUntil([&] { return SendSmallRequest(port_) == VYN_STATUS_SUCCESS; }, milliseconds(5000)));
   EXPECT_FALSE(SlaveUnused(replacement));
+}
+
+TEST(SerialPortTerminalTest, ATerminalUsedAsPortGetsItsSettingsAndOthersBack) {
+  // A terminal session in its usual cooked mode, opened as a port by mistake.
+  vyn::support::PseudoTerminal terminal;
+  ASSERT_TRUE(terminal.Open());
+  const int session = open(terminal.slave_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(session, 0);
+  termios cooked{};
+  ASSERT_EQ(tcgetattr(session, &cooked), 0);
+  cooked.c_lflag |= ECHO | ICANON;
+  ASSERT_EQ(tcsetattr(session, TCSANOW, &cooked), 0);
+
+  CVYNSerialPort port;
+  port.SetCOMPort(terminal.slave_path());
+  ASSERT_EQ(port.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  termios during{};
+  ASSERT_EQ(tcgetattr(session, &during), 0);
+  EXPECT_EQ(during.c_lflag & (ECHO | ICANON), 0u);
+  int exclusive = 0;
+  ASSERT_EQ(ioctl(session, TIOCGEXCL, &exclusive), 0);
+  EXPECT_EQ(exclusive, 1);
+  port.TerminateReceivingThread();
+
+  termios after{};
+  ASSERT_EQ(tcgetattr(session, &after), 0);
+  EXPECT_EQ(after.c_lflag & (ECHO | ICANON), static_cast<tcflag_t>(ECHO | ICANON));
+  // The exclusive use is lifted too, so that other users may open it again.
+  ASSERT_EQ(ioctl(session, TIOCGEXCL, &exclusive), 0);
+  EXPECT_EQ(exclusive, 0);
+  close(session);
 }
 
 TEST(SerialPortOpenFailureTest, OpenFailuresSayWhy) {

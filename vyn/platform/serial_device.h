@@ -21,12 +21,17 @@
 // that), never while the old link still names the old, possibly reused,
 // terminal.
 //
+// Closing gives the terminal back its settings from before the open and lifts
+// the exclusive use, so that a terminal session used as a port by mistake
+// is not left raw and locked.
+//
 // Ownership: the object owns the descriptor and closes it.
 // Thread-safety: none; one thread opens, uses and closes a device.
 #pragma once
 
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <string>
 
 namespace vyn::platform {
@@ -64,7 +69,7 @@ enum class ReopenVerdict {
 
 class SerialDevice {
  public:
-  SerialDevice() = default;
+  SerialDevice();
   ~SerialDevice();
   SerialDevice(const SerialDevice&) = delete;
   SerialDevice& operator=(const SerialDevice&) = delete;
@@ -96,7 +101,10 @@ class SerialDevice {
     std::string link_target;
   };
 
+  struct SavedSettings;
+
   int descriptor_ = -1;
+  std::unique_ptr<SavedSettings> saved_;  // the terminal's settings before Open
   Reached reached_;
 };
 

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace vyn::platform {
 namespace {
@@ -117,6 +118,12 @@ std::string SerialDevicePath(const std::string& port_name) {
   return "/dev/" + port_name;
 }
 
+struct SerialDevice::SavedSettings {
+  termios settings{};
+};
+
+SerialDevice::SerialDevice() = default;
+
 SerialDevice::~SerialDevice() { Close(); }
 
 bool SerialDevice::Open(const std::string& path, uint32_t baud, SerialOpenStep* failed_step,
@@ -139,6 +146,7 @@ bool SerialDevice::Open(const std::string& path, uint32_t baud, SerialOpenStep* 
 
   termios settings{};
   if (tcgetattr(descriptor_, &settings) != 0) return fail(SerialOpenStep::kReadSettings, errno);
+  saved_ = std::make_unique<SavedSettings>(SavedSettings{settings});
   cfmakeraw(&settings);
   settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | PARENB | CRTSCTS | CSIZE);
   settings.c_cflag |= CS8 | CLOCAL | CREAD;
@@ -202,6 +210,12 @@ ReopenVerdict SerialDevice::CheckReopen(const std::string& path) const {
 
 void SerialDevice::Close() {
   if (descriptor_ < 0) return;
+  // The terminal is left as it was found: a port that is somebody's
+  // terminal session gets its echo and line editing back, and others may
+  // open it again. On a device that has gone these calls fail harmlessly.
+  if (saved_) tcsetattr(descriptor_, TCSANOW, &saved_->settings);
+  saved_.reset();
+  ioctl(descriptor_, TIOCNXCL);
   close(descriptor_);  // also drops the advisory lock
   descriptor_ = -1;
 }
