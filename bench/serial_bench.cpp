@@ -218,6 +218,7 @@ void BM_FramesBothWaysFourSenders(benchmark::State& state) {
     const uint64_t received_before = link.recorder->received;
     const auto start = Clock::now();
     std::vector<std::thread> senders;
+    senders.reserve(kSenders);
     for (int i = 0; i < kSenders; ++i) {
       senders.emplace_back([&] {
         while (Clock::now() - start < duration) {

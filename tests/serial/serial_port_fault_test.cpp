@@ -96,6 +96,7 @@ TEST_F(SerialPortTest, FourSendersEveryAcceptedFrameArrivesExactlyOnce) {
   std::atomic<uint32_t> refused{0};
   RunWithin(seconds(60), "four senders", [&] {
     std::vector<std::thread> senders;
+    senders.reserve(kSenders);
     for (int sender = 0; sender < kSenders; ++sender) {
       senders.emplace_back([&, sender] {
         const auto end = Clock::now() + seconds(2);
@@ -138,6 +139,64 @@ TEST_F(SerialPortTest, FourSendersEveryAcceptedFrameArrivesExactlyOnce) {
   EXPECT_EQ(payloads.size(), accepted);
   EXPECT_EQ(port_.GetSerialPortStatistics().frames_sent, accepted);
   EXPECT_EQ(port_.GetDroppedFramesCount(), dropped_before);
+}
+
+TEST_F(SerialPortTest, SendersKeepGoingWhileThePortIsClosedAndReopened) {
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  const uint64_t requests_before = device_.counters().requests;
+  const uint32_t dropped_before = port_.GetDroppedFramesCount();
+  std::atomic<uint32_t> accepted{0};
+  std::atomic<bool> stop{false};
+  RunWithin(seconds(90), "senders against close, open and stop", [&] {
+    std::vector<std::thread> senders;
+    senders.reserve(4);
+    for (int i = 0; i < 4; ++i) {
+      senders.emplace_back([&] {
+        while (!stop) {
+          const int32_t status = SendSmallRequest(port_);
+          if (status == VYN_STATUS_SUCCESS) {
+            ++accepted;
+          } else {
+            EXPECT_TRUE(status == VYN_STATUS_BUSY || status == VYN_STATUS_NO_CONNECTION) << status;
+            std::this_thread::yield();
+          }
+        }
+      });
+    }
+    unsigned step = 0;
+    for (const auto end = Clock::now() + seconds(3); Clock::now() < end; ++step) {
+      switch (step % 5) {
+        case 0:
+          port_.CloseSerialPort(true);
+          break;
+        case 1:
+          port_.TerminateReceivingThread();
+          break;
+        case 2:
+          port_.OpenSerialPort(step % 2 == 0);
+          break;
+        default:
+          if (!port_.IsRunning()) {
+            EXPECT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+          }
+          break;
+      }
+      std::this_thread::sleep_for(milliseconds(step % 7));
+    }
+    stop = true;
+    for (std::thread& sender : senders) sender.join();
+    port_.TerminateReceivingThread();
+  });
+  // Every accepted frame reached the device or was counted as dropped
+  // (closing or reopening the port once discarded frames that it had
+  // already reported as sent).
+  const auto delivered = [&] {
+    return device_.counters().requests - requests_before +
+           (port_.GetDroppedFramesCount() - dropped_before);
+  };
+  EXPECT_TRUE(WaitUntil([&] { return delivered() >= accepted; }, seconds(10)));
+  EXPECT_EQ(delivered(), accepted);
+  EXPECT_GT(accepted, 100u);
 }
 
 TEST_F(SerialPortTest, NoCommandReachesTheDeviceAfterTheLineWentDown) {

@@ -171,7 +171,10 @@ bool SerialDevice::Open(const std::string& path, uint32_t baud, SerialOpenStep* 
   if (flags < 0 || fcntl(descriptor_, F_SETFL, flags | O_NONBLOCK) != 0) {
     return fail(SerialOpenStep::kSetTimeouts, errno);
   }
-  tcflush(descriptor_, TCIOFLUSH);
+  // Stale input from before the open is dropped. Output is not flushed: on
+  // a pseudo-terminal that would discard what an earlier open of ours wrote
+  // and the other side has not read yet, frames already reported as sent.
+  tcflush(descriptor_, TCIFLUSH);
 
   reached_ = Reached{};
   reached_.valid = true;
