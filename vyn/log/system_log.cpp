@@ -4,7 +4,9 @@
 #include <limits>
 #include <new>
 
+#include "vyn/base/mutex.h"
 #include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
@@ -13,6 +15,7 @@
 #include "vyn/log/internal/system_log_testing.h"
 #include "vyn/platform/process.h"
 #include "vyn/platform/system_time.h"
+#include "vyn/platform/wake_up_event.h"
 
 namespace {
 
@@ -52,16 +55,20 @@ void SetSystemLogRetryInterval(uint32_t milliseconds) { g_retry_interval_ms = mi
 
 }  // namespace vyn::testing
 
-struct CVYNSystemLogEx::OutputFile {
+struct CVYNSystemLogEx::Output {
   vyn::log::LogFileWriter file;
   vyn::log::LocalTimeCache local_time;
+  // Raised by AddOutput and by a stop; the output thread's idle wait.
+  vyn::platform::WakeUpEvent wake;
+  // Serialises Initialize; a leaf (nothing that waits is called under it).
+  vyn::Mutex initialize_lock;
 };
 
-CVYNSystemLogEx::CVYNSystemLogEx() : output_(std::make_unique<OutputFile>()) {}
+CVYNSystemLogEx::CVYNSystemLogEx() : output_(std::make_unique<Output>()) {}
 
 CVYNSystemLogEx::~CVYNSystemLogEx() {
   // Before any member goes: the thread writes what is queued, with them.
-  output_thread_.DestroyThread(true);
+  StopOutputThread();
 }
 
 int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType type,
@@ -75,7 +82,6 @@ int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType ty
   }
   if (text.empty()) return VYN_STATUS_INVALID_PARAMETER;
 
-  bool wake = false;
   try {
     auto queued = std::make_unique<QueuedEntry>();
     vyn::log::CleanLogText(&text);
@@ -86,7 +92,7 @@ int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType ty
     entry.strCaller = std::move(caller);
     entry.strContext = std::move(context);
 
-    CVYNSynchronize guard(&queue_lock_, true);
+    vyn::ScopedLock guard(&queue_lock_);
     if (!output_thread_.IsRunning()) return VYN_STATUS_FORBIDDEN;
     const int64_t number = sequence_number_.load(std::memory_order_relaxed) + 1;
     entry.llNumber = number;
@@ -96,16 +102,14 @@ int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType ty
     queue_.push_back(std::move(queued));  // the one step that may fail
     sequence_number_.store(number, std::memory_order_relaxed);
     IncreasePriorityCounter(type);
-    // One wake-up per round of the output thread is enough: it takes
-    // everything queued when it wakes.
-    wake = !wake_pending_;
-    wake_pending_ = true;
   } catch (const std::bad_alloc&) {
     return VYN_STATUS_NO_MEMORY;
   } catch (...) {
     return VYN_STATUS_UNSPECIFIC_ERROR;
   }
-  if (wake) output_thread_.SetSoftStop();
+  // After the lock is given back, so that the woken thread finds it free. A
+  // wake-up costs a system call only when the thread is idle.
+  output_->wake.Signal();
   return VYN_STATUS_SUCCESS;
 }
 
@@ -128,13 +132,13 @@ void CVYNSystemLogEx::SetAllowDowngrade(uint32_t value) { allow_downgrade_ = val
 uint32_t CVYNSystemLogEx::GetAllowDowngrade() { return allow_downgrade_; }
 
 int32_t CVYNSystemLogEx::GetEntryCount() {
-  CVYNSynchronize guard(&queue_lock_, true);
+  vyn::ScopedLock guard(&queue_lock_);
   const int64_t count = static_cast<int64_t>(queue_.size()) + taken_not_written_;
   return static_cast<int32_t>(std::min<int64_t>(count, std::numeric_limits<int32_t>::max()));
 }
 
 int32_t CVYNSystemLogEx::ResetPriorityCounter() {
-  CVYNSynchronize guard(&queue_lock_, true);
+  vyn::ScopedLock guard(&queue_lock_);
   for (auto& counter : counters_) counter.store(0, std::memory_order_relaxed);
   return VYN_STATUS_SUCCESS;
 }
@@ -166,11 +170,12 @@ std::string CVYNSystemLogEx::GetEventTypeAsString(_VYNSystemLogExEventType type)
 int32_t CVYNSystemLogEx::Initialize(CEdit* view, std::string name, std::string version) {
   // A running log answers at once, also to a call from its own view.
   if (output_thread_.IsRunning()) return VYN_STATUS_BUSY;
-  std::lock_guard serialised(initialize_lock_);
-  if (output_thread_.IsRunning()) return VYN_STATUS_BUSY;
   // Collects a thread that was asked to stop from inside (Terminate from the
-  // view); it writes what is left and ends.
+  // view); it writes what is left and ends. Done before the lock is taken:
+  // that thread may still call into the view, and the view into us.
   output_thread_.DestroyThread(true);
+  vyn::MutexLock serialised(&output_->initialize_lock);
+  if (output_thread_.IsRunning()) return VYN_STATUS_BUSY;
 
   view_ = view;
   name_ = name.empty() ? kDefaultName : std::move(name);
@@ -191,8 +196,16 @@ int32_t CVYNSystemLogEx::Initialize(CEdit* view, std::string name, std::string v
 }
 
 int32_t CVYNSystemLogEx::Terminate() {
-  output_thread_.DestroyThread(true);
+  StopOutputThread();
   return VYN_STATUS_SUCCESS;
+}
+
+void CVYNSystemLogEx::StopOutputThread() {
+  // The stop request first, then the wake-up: the woken loop must already
+  // find its running flag cleared.
+  output_thread_.DestroyThread(false);
+  output_->wake.Signal();
+  output_thread_.DestroyThread(true);
 }
 
 int32_t CVYNSystemLogEx::OutputThreadFunction(void* log) {
@@ -219,9 +232,8 @@ int32_t CVYNSystemLogEx::RunOutputThread() {
     }
     CatchUp();
     HeartBeat();
-    // Cut short by AddOutput (soft stop) and by Terminate (stop request).
-    output_thread_.Sleep(kIdleWaitMs);
-    output_thread_.ResetSoftStop();
+    // Cut short by AddOutput and by Terminate.
+    output_->wake.Wait(kIdleWaitMs);
   }
   // Stopped: everything accepted until the running flag fell goes out too.
   WriteUntilEmpty(&batch);
@@ -235,10 +247,9 @@ void CVYNSystemLogEx::WriteUntilEmpty(Batch* batch) {
 }
 
 bool CVYNSystemLogEx::TakeQueued(Batch* batch) {
-  CVYNSynchronize guard(&queue_lock_, true);
+  vyn::ScopedLock guard(&queue_lock_);
   batch->swap(queue_);
   taken_not_written_ += static_cast<int64_t>(batch->size());
-  wake_pending_ = false;
   return !batch->empty();
 }
 
@@ -263,7 +274,7 @@ void CVYNSystemLogEx::WriteBatch(Batch* batch) {
 
 void CVYNSystemLogEx::CatchUp() {
   output_->file.Flush();
-  CVYNSynchronize guard(&queue_lock_, true);
+  vyn::ScopedLock guard(&queue_lock_);
   taken_not_written_ = 0;
 }
 

@@ -3,11 +3,11 @@
 #include <atomic>
 #include <exception>
 
+#include "vyn/base/mutex.h"
 #include "vyn/core/internal/log_output.h"
 #include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/status.h"
 #include "vyn/platform/event.h"
-#include "vyn/platform/mutex.h"
 #include "vyn/platform/thread.h"
 
 using vyn::platform::kInfinite;
@@ -33,7 +33,7 @@ struct CVYNThread::State {
   // The kernel id of the thread while its procedure runs, 0 otherwise.
   std::atomic<uint32_t> procedure_thread_id{0};
 
-  vyn::platform::Mutex name_mutex;  // a leaf: nothing is called while it is held
+  vyn::Mutex name_mutex;  // a leaf: nothing is called while it is held
   std::string name VYN_GUARDED_BY(name_mutex);
 
   vyn::platform::Event start_event{true};
@@ -48,7 +48,7 @@ struct CVYNThread::State {
   vyn::platform::Event released{true, true};
 
   std::string Name() {
-    vyn::platform::MutexLock name_lock(&name_mutex);
+    vyn::MutexLock name_lock(&name_mutex);
     return name;
   }
 };
@@ -225,7 +225,7 @@ int32_t CVYNThread::Sleep(uint32_t milliseconds) {
 int32_t CVYNThread::SetThreadName(std::string name) {
   State& s = *state_;
   {
-    vyn::platform::MutexLock name_lock(&s.name_mutex);
+    vyn::MutexLock name_lock(&s.name_mutex);
     s.name = name;
   }
   if (IsCallingThread()) {

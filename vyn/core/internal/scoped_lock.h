@@ -8,6 +8,7 @@
 #include "vyn/base/critical_section.h"
 #include "vyn/base/thread_annotations.h"
 #include "vyn/core/synchronize.h"
+#include "vyn/platform/clock.h"
 
 namespace vyn {
 
@@ -21,5 +22,18 @@ class VYN_SCOPED_CAPABILITY ScopedLock {
  private:
   CVYNSynchronize guard_;
 };
+
+// Takes `lock` if it comes free within `time_limit_ms`, polling once per
+// millisecond as CVYNSynchronize::Enter does; the caller gives it back with
+// LeaveCriticalSection.
+inline bool TryLockFor(CRITICAL_SECTION* lock, uint32_t time_limit_ms) VYN_TRY_ACQUIRE(true, lock) {
+  const uint32_t start = vyn::platform::GetTickCount();
+  while (TryEnterCriticalSection(lock) == 0) {
+    // Unsigned subtraction keeps the test right across a wrap of the counter.
+    if (vyn::platform::GetTickCount() - start > time_limit_ms) return false;
+    vyn::platform::SleepMilliseconds(1);
+  }
+  return true;
+}
 
 }  // namespace vyn

@@ -10,5 +10,8 @@ namespace vyn::testing {
 // every `check_period_ms`.
 void SetThreadMonitorTiming(int64_t hang_threshold_100ns, uint32_t check_period_ms);
 void ResetThreadMonitorTiming();
+// The watchdog takes `now_100ns` (a UTC file time) as the current time from
+// now on; 0 gives it the real clock back.
+void SetThreadMonitorClock(int64_t now_100ns);
 
 }  // namespace vyn::testing

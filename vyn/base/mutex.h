@@ -1,6 +1,7 @@
 // Mutex: a plain (not re-entrant) lock for short critical sections that call
 // nothing else, annotated for clang's thread-safety analysis. The library's
-// re-entrant lock is CRITICAL_SECTION; this one is for leaf locks.
+// re-entrant lock is CRITICAL_SECTION; this one is for leaf locks. Header
+// only, on the standard library alone, so every layer may use it.
 // Thread-safety: any thread; a thread must not take it twice.
 #pragma once
 
@@ -8,7 +9,7 @@
 
 #include "vyn/base/thread_annotations.h"
 
-namespace vyn::platform {
+namespace vyn {
 
 class VYN_CAPABILITY("mutex") Mutex {
  public:
@@ -36,4 +37,4 @@ class VYN_SCOPED_CAPABILITY MutexLock {
   Mutex* mutex_;
 };
 
-}  // namespace vyn::platform
+}  // namespace vyn
