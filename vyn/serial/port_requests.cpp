@@ -6,27 +6,27 @@
 namespace vyn::serial {
 
 void PortRequests::Attach() {
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   attached_ = true;
   request_ = PortRequest::kNone;
 }
 
 bool PortRequests::Attached() {
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   return attached_;
 }
 
 RequestOutcome PortRequests::Submit(PortRequest request, uint32_t limit_ms,
                                     vyn::platform::WakeUpEvent* wake, int32_t* answer) {
   {
-    vyn::platform::MutexLock lock(&mutex_);
+    vyn::MutexLock lock(&mutex_);
     if (!attached_) return RequestOutcome::kNoThread;
     request_ = request;
     taken_ = false;
     answered_ = false;
   }
   if (wake != nullptr) wake->Signal();
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   // The condition variable waits on the standard mutex underneath; the
   // scoped lock keeps owning it.
   std::unique_lock<std::mutex> native(mutex_.native(), std::adopt_lock);
@@ -55,7 +55,7 @@ RequestOutcome PortRequests::Submit(PortRequest request, uint32_t limit_ms,
 }
 
 PortRequest PortRequests::Take() {
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   const PortRequest request = request_;
   if (request != PortRequest::kNone) {
     request_ = PortRequest::kNone;
@@ -66,7 +66,7 @@ PortRequest PortRequests::Take() {
 
 void PortRequests::Answer(int32_t answer) {
   {
-    vyn::platform::MutexLock lock(&mutex_);
+    vyn::MutexLock lock(&mutex_);
     answer_ = answer;
     answered_ = true;
     taken_ = false;
@@ -76,7 +76,7 @@ void PortRequests::Answer(int32_t answer) {
 
 void PortRequests::Detach() {
   {
-    vyn::platform::MutexLock lock(&mutex_);
+    vyn::MutexLock lock(&mutex_);
     attached_ = false;
     request_ = PortRequest::kNone;
     taken_ = false;

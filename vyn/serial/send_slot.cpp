@@ -18,7 +18,7 @@ void SendSlot::WaitForChange(Clock::time_point deadline) {
 int32_t SendSlot::Offer(unsigned char* frame, uint32_t length, uint32_t patience_ms,
                         Prepare prepare) {
   if (frame == nullptr || length == 0 || length > kSize) return VYN_STATUS_INVALID_PARAMETER;
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(patience_ms);
   while (state_ == LinkState::kUp && length_ != 0 && Clock::now() < deadline) {
     WaitForChange(deadline);
@@ -32,7 +32,7 @@ int32_t SendSlot::Offer(unsigned char* frame, uint32_t length, uint32_t patience
 }
 
 int32_t SendSlot::WaitUntilEmpty(uint32_t milliseconds) {
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
   while (Clock::now() < deadline) {
     if (length_ == 0) return VYN_STATUS_SUCCESS;
@@ -42,14 +42,14 @@ int32_t SendSlot::WaitUntilEmpty(uint32_t milliseconds) {
 }
 
 uint32_t SendSlot::Peek(unsigned char* out) {
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   if (length_ != 0) std::memcpy(out, frame_, length_);
   return length_;
 }
 
 void SendSlot::Complete() {
   {
-    vyn::platform::MutexLock lock(&mutex_);
+    vyn::MutexLock lock(&mutex_);
     length_ = 0;
   }
   changed_.notify_all();
@@ -58,7 +58,7 @@ void SendSlot::Complete() {
 uint32_t SendSlot::SetState(LinkState state) {
   uint32_t dropped = 0;
   {
-    vyn::platform::MutexLock lock(&mutex_);
+    vyn::MutexLock lock(&mutex_);
     state_ = state;
     if (state != LinkState::kUp) {
       dropped = length_;
@@ -70,7 +70,7 @@ uint32_t SendSlot::SetState(LinkState state) {
 }
 
 LinkState SendSlot::GetState() {
-  vyn::platform::MutexLock lock(&mutex_);
+  vyn::MutexLock lock(&mutex_);
   return state_;
 }
 

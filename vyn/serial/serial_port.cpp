@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "vyn/base/mutex.h"
 #include "vyn/core/internal/log_output.h"
 #include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
@@ -13,7 +14,6 @@
 #include "vyn/device/command_set.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/descriptor_io.h"
-#include "vyn/platform/mutex.h"
 #include "vyn/platform/serial_device.h"
 #include "vyn/platform/system_time.h"
 #include "vyn/platform/wake_up_event.h"
@@ -114,10 +114,9 @@ struct CVYNSerialPort::Io {
   vyn::serial::PortRequests requests;
   // Fed on the receiving thread only; its counters are atomics for readers.
   CVYNFrameAssembler assembler;
-  std::atomic<bool> stop_requested{false};
   std::atomic<uint32_t> dropped_frames{0};
 
-  vyn::platform::Mutex failure_mutex;  // a leaf
+  vyn::Mutex failure_mutex;  // a leaf
   _VYNSerialOpenFailure last_failure VYN_GUARDED_BY(failure_mutex) = VYN_SERIAL_OPEN_OK;
   std::string last_reason VYN_GUARDED_BY(failure_mutex);
 
@@ -135,7 +134,6 @@ struct CVYNSerialPort::Io {
     write_blocked = false;
     lost_by_hang_up = false;
     gone_reported = false;
-    stop_requested = false;
   }
 };
 
@@ -210,7 +208,7 @@ bool CVYNSerialPort::OpenDevice(OpenAttempt* attempt) {
     attempt->reason = std::string(ReasonText(failure)) + " (" + path + ": " +
                       vyn::platform::SystemErrorText(attempt->error) + ").";
   }
-  vyn::platform::MutexLock lock(&io.failure_mutex);
+  vyn::MutexLock lock(&io.failure_mutex);
   io.last_failure = failure;
   io.last_reason = attempt->reason;
   return opened;
@@ -316,7 +314,8 @@ int32_t CVYNSerialPort::InitializeReceivingThread() {
 int32_t CVYNSerialPort::TerminateReceivingThread() {
   Io& io = *io_;
   vyn::ScopedLock lifecycle(&lifecycle_lock_);
-  io.stop_requested = true;
+  // The stop request first, then the wake-up that makes the thread see it.
+  thread_.DestroyThread(false);
   io.wake.Signal();
   thread_.DestroyThread(true);
   // The thread let go of the device at its end; asking orders this close
@@ -354,7 +353,7 @@ _SERIAL_LINK_STATISTICS CVYNSerialPort::GetSerialPortStatistics() {
 uint32_t CVYNSerialPort::GetDroppedFramesCount() { return io_->dropped_frames; }
 
 _VYNSerialOpenFailure CVYNSerialPort::GetLastOpenFailure(std::string* reason) {
-  vyn::platform::MutexLock lock(&io_->failure_mutex);
+  vyn::MutexLock lock(&io_->failure_mutex);
   if (reason != nullptr) *reason = io_->last_reason;
   return io_->last_failure;
 }
@@ -380,8 +379,7 @@ void CVYNSerialPort::CountDroppedFrame(uint32_t length, const char* text) {
 
 void CVYNSerialPort::Pause(int milliseconds) {
   // Requests and the stop come through the wake-up, so they cut this short.
-  const auto woken = vyn::platform::WaitForDescriptor(-1, false, &io_->wake, milliseconds);
-  if (woken.woken) io_->wake.Clear();
+  io_->wake.Wait(static_cast<uint32_t>(milliseconds));
 }
 
 void CVYNSerialPort::LineLost() {
@@ -528,7 +526,7 @@ int32_t CVYNSerialPort::RunSerialPortThread() {
     AddOutput(GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, 8), VYN_EVENT_ERROR);
     return static_cast<int32_t>(kNoMemoryExitCode);
   }
-  while (thread_.IsRunning() && !io.stop_requested) {
+  while (thread_.IsRunning()) {
     thread_.UpdateStatus();
     const uint32_t now = GetTickCount();
     if (dump_mode_ != 0 && now - last_statistics_tick_ > kStatisticsPeriodMs) {

@@ -26,8 +26,8 @@
 #include <condition_variable>
 #include <cstdint>
 
+#include "vyn/base/mutex.h"
 #include "vyn/base/thread_annotations.h"
-#include "vyn/platform/mutex.h"
 #include "vyn/platform/wake_up_event.h"
 
 namespace vyn::serial {
@@ -63,7 +63,7 @@ class PortRequests {
   void Detach() VYN_EXCLUDES(mutex_);
 
  private:
-  vyn::platform::Mutex mutex_;
+  vyn::Mutex mutex_;
   std::condition_variable changed_;
   bool attached_ VYN_GUARDED_BY(mutex_) = false;
   PortRequest request_ VYN_GUARDED_BY(mutex_) = PortRequest::kNone;

@@ -29,8 +29,8 @@
 #include <condition_variable>
 #include <cstdint>
 
+#include "vyn/base/mutex.h"
 #include "vyn/base/thread_annotations.h"
-#include "vyn/platform/mutex.h"
 
 namespace vyn::serial {
 
@@ -73,7 +73,7 @@ class SendSlot {
   // Waits for a change until `deadline`; the mutex is held again on return.
   void WaitForChange(Clock::time_point deadline) VYN_REQUIRES(mutex_);
 
-  vyn::platform::Mutex mutex_;
+  vyn::Mutex mutex_;
   std::condition_variable changed_;
   LinkState state_ VYN_GUARDED_BY(mutex_) = LinkState::kStopped;
   uint32_t length_ VYN_GUARDED_BY(mutex_) = 0;
