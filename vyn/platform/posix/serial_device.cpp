@@ -165,8 +165,8 @@ bool SerialDevice::Open(const std::string& path, uint32_t baud, SerialOpenStep* 
   int lines = TIOCM_DTR | TIOCM_RTS;
   ioctl(descriptor_, TIOCMBIC, &lines);
 
-  // Reads never block: the receiving thread waits in poll() and completes a
-  // read after a quiet interval itself.
+  // Reads never block: the receiving thread waits in poll() and takes what
+  // each read delivers at once.
   const int flags = fcntl(descriptor_, F_GETFL);
   if (flags < 0 || fcntl(descriptor_, F_SETFL, flags | O_NONBLOCK) != 0) {
     return fail(SerialOpenStep::kSetTimeouts, errno);
