@@ -228,6 +228,8 @@ TEST_F(SerialPortTest, NoCommandReachesTheDeviceAfterTheLineWentDown) {
   // line was down; the dropped frames were never reported as sent.
   EXPECT_EQ(device_.counters().requests, requests_before + 1);
   EXPECT_EQ(recorder_->Count(MSG_SERIAL_FRAME_SENT), sent_before + 1);
+  // The reopen counted from zero.
+  EXPECT_EQ(port_.GetSerialPortStatistics().frames_received, 1u);
 }
 
 TEST_F(SerialPortTest, AWaitingFrameIsDroppedWhenTheLineHangsUp) {
