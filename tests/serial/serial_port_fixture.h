@@ -134,7 +134,7 @@ class SerialPortTest : public ::testing::Test {
   }
 
   // Sends GetStatus with one entry and waits for its reply.
-  bool RoundTrip() {
+  bool RoundTrip(seconds limit = seconds(10)) {
     const size_t before = recorder_->Count(MSG_SERIAL_FRAME_RECEIVED);
     unsigned char frame[64] = {};
     const unsigned char ids[] = {27};
@@ -142,12 +142,13 @@ class SerialPortTest : public ::testing::Test {
     const uint16_t length = GetVYNCommandSet().PrepareReqGetStatus(frame, 1, ids, rates);
     if (port_.SendCommand(frame, length) != VYN_STATUS_SUCCESS) return false;
     return recorder_->WaitFor([&] { return recorder_->Count(MSG_SERIAL_FRAME_RECEIVED) > before; },
-                              seconds(10));
+                              limit);
   }
 
-  // Round trips until one succeeds (the port coming back), at most `limit`.
+  // Round trips until one succeeds (the port coming back, a stale partial
+  // frame timed out), at most `limit`.
   bool RoundTripWithin(milliseconds limit) {
-    return WaitUntil([this] { return RoundTrip(); }, limit);
+    return WaitUntil([this] { return RoundTrip(seconds(3)); }, limit);
   }
 
   vyn::sim::DeviceSimulator device_;
