@@ -51,9 +51,10 @@
 // library publishes received frames through Notify on the serial thread,
 // which must never block on a slow application, and a dropped frame would
 // be a lie about the link. A receiver that falls behind holds every message
-// it has not handled yet: about 100 bytes per message plus its buffer (a
-// received frame record is 1,040 bytes), so a device sending 1,000 frames a
-// second to a receiver that handles none grows it by about 1.1 MB a second.
+// it has not handled yet: about 35 bytes per message plus its buffer
+// (measured: 1,081 bytes for a received frame's 1,048-byte record,
+// bench/backlog_bench.cpp), so a device sending 1,000 frames a second to a
+// receiver that handles none grows it by about 1.1 MB a second.
 // GetMessagesCount shows the backlog; a push that finds no memory answers
 // VYN_STATUS_NO_MEMORY.
 //
