@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the Debian package from the release configuration, installs it with
-# dpkg, builds an outside program against it through find_package(vyn) and
-# through pkg-config, runs both and the installed `vyn --version`, and removes
-# the package again. Needs root (or sudo): it changes the system's packages.
+# dpkg, builds outside programs against it through find_package(vyn) (an
+# application, a plug-in and its host) and through pkg-config, runs them and
+# the installed `vyn --version`, and removes the package again. Needs root (or sudo): it changes the system's packages.
 # A vyn package that is already installed is left alone: the check stops.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -47,11 +47,14 @@ expected="vyn ${version%-*}"
 got=$(env -u LD_LIBRARY_PATH /usr/bin/vyn --version)
 [ "$got" = "$expected" ] || { echo "vyn --version: '$got', not '$expected'"; exit 1; }
 
-cmake -S "$source/tests/package/consumer" -B "$work/consumer" -G Ninja >/dev/null
+cmake -S "$source/tests/package/consumer" -B "$work/consumer" -G Ninja \
+      -DVYN_EXAMPLE_PLUGINS="$source/examples/plugins" >/dev/null
 found=$(awk -F= '/^vyn_DIR:/ {print $2}' "$work/consumer/CMakeCache.txt")
 [ "$found" = /usr/lib/cmake/vyn ] || { echo "find_package(vyn) found $found"; exit 1; }
 cmake --build "$work/consumer" >/dev/null
 env -u LD_LIBRARY_PATH "$work/consumer/vyn_consumer"
+# A plug-in built against the package, loaded by a host through it.
+env -u LD_LIBRARY_PATH "$work/consumer/vyn_plugin_host" "$work/consumer/event_counter.so"
 found=$(env -u PKG_CONFIG_PATH pkg-config --variable=pcfiledir vyn)
 [ "$found" = /usr/lib/pkgconfig ] || { echo "pkg-config found vyn in $found"; exit 1; }
 # shellcheck disable=SC2046

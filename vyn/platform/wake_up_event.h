@@ -5,12 +5,15 @@
 // Clear(). Signals do not count: several Signal() calls before the consumer
 // looks are seen as one.
 //
-// Cost: a signal is an atomic flag. The system is involved (an eventfd
-// write) only when the consumer is waiting or about to wait, so a producer
-// that keeps a busy consumer fed makes no system call at all. The consumer
-// announces its wait before it looks at the flag and the producer raises the
-// flag before it looks for a waiter (both sequentially consistent), so one
-// of the two always sees the other and no signal is lost.
+// Cost: a signal is an atomic flag. The system is involved only when the
+// consumer is waiting or about to wait, so a producer that keeps a busy
+// consumer fed makes no system call at all: a plain Wait sleeps on the flag
+// itself (a futex), which a signal wakes directly; a wait together with a
+// device sleeps in poll() on an eventfd, which a signal writes. The consumer
+// announces its wait (and its kind) before it looks at the flag and the
+// producer raises the flag before it looks for a waiter (both sequentially
+// consistent), so one of the two always sees the other and no signal is
+// lost.
 //
 // Ownership: the object owns its descriptor and closes it; not copyable.
 // Thread-safety: Signal() and IsSignaled() from any thread; Wait, Clear and
@@ -34,7 +37,7 @@ class WakeUpEvent {
   // see wake-ups.
   bool IsValid() const { return descriptor_ >= 0; }
   void Signal();
-  bool IsSignaled() const { return pending_.load(); }
+  bool IsSignaled() const { return pending_.load() != 0; }
   // True when a signal is raised or arrives within `milliseconds`; the
   // signal is taken back. 0 only tests.
   bool Wait(uint32_t milliseconds);
@@ -52,9 +55,12 @@ class WakeUpEvent {
  private:
   void Drain();
 
+  enum Waiter : uint32_t { kNone = 0, kOnFlag = 1, kOnDescriptor = 2 };
+
   int descriptor_;
-  std::atomic<bool> pending_{false};
-  std::atomic<bool> waiting_{false};
+  // 0 or 1; also the futex word of a plain Wait.
+  std::atomic<uint32_t> pending_{0};
+  std::atomic<uint32_t> waiting_{kNone};
 };
 
 }  // namespace vyn::platform
