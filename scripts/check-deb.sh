@@ -2,8 +2,9 @@
 # Builds the Debian package from the release configuration, installs it with
 # dpkg, builds outside programs against it through find_package(vyn) (an
 # application, a plug-in and its host) and through pkg-config, runs them and
-# the installed `vyn --version`, and removes the package again. Needs root (or sudo): it changes the system's packages.
-# A vyn package that is already installed is left alone: the check stops.
+# the installed `vyn --version`, and removes the package again. Needs root
+# (or sudo): it changes the system's packages. A vyn package that is already
+# installed is left alone: the check stops.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source=$PWD
