@@ -116,11 +116,11 @@ bool CVYNMemoryDump::IsRundll32() {
          strcasecmp(program.c_str(), vyn::platform::kMessageBoxHostProgram) == 0;
 }
 
-void CVYNMemoryDump::TopLevelFilterStatic(EXCEPTION_POINTERS* pointers) {
+int32_t CVYNMemoryDump::TopLevelFilterStatic(EXCEPTION_POINTERS* pointers) {
   // The filter runs on the signal stack, which has room for the whole
   // procedure even when the thread's own stack overflowed; no helper thread
   // is needed.
-  GetVYNMemoryDump().TopLevelFilter(pointers, true);
+  return GetVYNMemoryDump().TopLevelFilter(pointers, true);
 }
 
 void CVYNMemoryDump::TopLevelPureVirtualFunctionCallHandlerRoutine() {
@@ -141,9 +141,15 @@ bool CVYNMemoryDump::IsDumpingOnThisThread(uint32_t thread_id) {
 
 int32_t CVYNMemoryDump::TopLevelFilter(EXCEPTION_POINTERS* pointers, bool end_process) {
   const uint32_t thread_id = vyn::platform::SignalSafeThreadId();
-  // A fault inside the procedure on a thread that is already in it: nothing
-  // more can be done safely.
-  if (IsDumpingOnThisThread(thread_id)) vyn::platform::ExitProcessNow(1);
+  if (IsDumpingOnThisThread(thread_id)) {
+    // A signal that another thread or process sent while this thread writes
+    // its dump broke nothing here: the dump goes on. A fault inside the
+    // procedure itself leaves nothing that could be done safely.
+    const bool sent = pointers != nullptr && pointers->ExceptionRecord != nullptr &&
+                      static_cast<int32_t>(pointers->ExceptionRecord->ExceptionFlags) <= 0;
+    if (sent) return vyn::platform::kContinueExecution;
+    vyn::platform::ExitProcessNow(1);
+  }
   const int32_t crash_number = crash_count_.fetch_add(1) + 1;
   if (crash_number >= 2) {
     const int32_t waits = crash_number < 1000 ? crash_number : 1000;

@@ -148,7 +148,7 @@ class VYN_EXPORT CVYNMemoryDump {
   int32_t AddOutput(std::string text, _VYNSystemLogExEventType type);
   static int32_t AddOutputStatic(std::string text, _VYNSystemLogExEventType type);
 
-  static void TopLevelFilterStatic(EXCEPTION_POINTERS* pointers);
+  static int32_t TopLevelFilterStatic(EXCEPTION_POINTERS* pointers);
   static void TopLevelPureVirtualFunctionCallHandlerRoutine();
   [[noreturn]] static void CrashFast(_VYNEndOfProcessReason reason = VYN_END_OF_PROCESS_REQUESTED);
   static bool IsRundll32();

@@ -4,8 +4,10 @@
 // up its own stack still reaches it, and the runtime's pure-virtual-call hook.
 //
 // The handler builds the EXCEPTION_RECORD and EXCEPTION_POINTERS of the fault
-// in its own frame and calls the installed filter, which is expected not to
-// return; should it return, the process ends with exit code 1 at once.
+// in its own frame and calls the installed filter, which normally does not
+// return. A filter that returns kContinueExecution lets the interrupted
+// code go on (for a signal that another thread sent, which left nothing
+// broken); any other return ends the process with exit code 1 at once.
 //
 // Signal stacks belong to threads. Threads started through the platform
 // layer get one for their lifetime (ThreadSignalStack); the thread that
@@ -17,11 +19,14 @@
 // the filter is stored atomically. Handlers are process-wide and stay.
 #pragma once
 
+#include <cstdint>
+
 #include "vyn/platform/exception_pointers.h"
 
 namespace vyn::platform {
 
-using CrashFilter = void (*)(EXCEPTION_POINTERS* pointers);
+inline constexpr int32_t kContinueExecution = -1;
+using CrashFilter = int32_t (*)(EXCEPTION_POINTERS* pointers);
 using PureVirtualCallHandler = void (*)();
 
 // Routes every fatal signal to `filter`. False when the system refused a

@@ -26,7 +26,12 @@
 #include "vyn/core/status.h"
 #include "vyn/diagnostics/memory_dump.h"
 #include "vyn/log/system_log.h"
+#include "vyn/threads/monitored_thread.h"
 #include "vyn/threads/thread.h"
+#include "vyn/threads/thread_monitor.h"
+#ifdef VYN_PROBE_STATIC
+#include "vyn/threads/thread_monitor_testing.h"
+#endif
 
 namespace {
 
@@ -75,6 +80,14 @@ class CrashingEdit : public CMemoryEdit {
 };
 
 int32_t RecurseOnThread(void* /*parameter*/) { return Recurse(0); }
+
+// A monitored thread that stamps one heartbeat and then hangs.
+[[maybe_unused]] int32_t HangOnThread(void* parameter) {
+  auto* thread = static_cast<CVYNMonitoredThread*>(parameter);
+  thread->SignalStart();
+  thread->UpdateStatus();
+  return GetVYNMemoryDump().ProvokeHang();
+}
 
 void Fail(const std::string& kind, int argc, char** argv) {
   CVYNMemoryDump& dump = GetVYNMemoryDump();
@@ -160,15 +173,32 @@ void Fail(const std::string& kind, int argc, char** argv) {
     });
     CrashInProbeFunction();
   } else if (kind == "heap-check") {
-    // Corruption found by the cyclic check; what follows depends on the
-    // settings (the test's INI file).
+    // Corruption found by the cyclic check (started by the test's INI file):
+    // with dump after heap corruption the process ends; without, the check
+    // logs it and the process goes on.
+    CVYNSystemLogEx& log = GetVYNSystemLogEx();
     dump.ProvokeHeapCorruption();
-    std::this_thread::sleep_for(std::chrono::seconds(5));
+    int64_t fatal = 0;
+    for (int i = 0; i < 300 && fatal < 2; ++i) {  // text 21, then text 9
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      log.GetLogStatistics(nullptr, nullptr, nullptr, nullptr, &fatal, nullptr, nullptr, nullptr,
+                           nullptr, nullptr);
+    }
+    // Time for the dump procedure, which a normal end would cut short.
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    log.Terminate();
     std::printf("survived\n");
     std::fflush(stdout);
     std::_Exit(0);
+#ifdef VYN_PROBE_STATIC
   } else if (kind == "hang") {
-    dump.ProvokeHang();
+    vyn::testing::SetThreadMonitorTiming(10000000, 50);  // a hang after 1 s
+    GetVYNThreadMonitor().Initialize();
+    CVYNMonitoredThread thread;
+    thread.SetThreadName("Hanging Worker");
+    thread.CreateThread(&HangOnThread, &thread, nullptr, 0, 0, true);
+    std::this_thread::sleep_for(std::chrono::seconds(60));
+#endif
   } else {
     std::_Exit(4);
   }
@@ -179,6 +209,8 @@ void Fail(const std::string& kind, int argc, char** argv) {
 int main(int argc, char** argv) {
   if (argc < 2) return 4;
   const std::string kind = argv[1];
+  // The heap check starts within Initialize: the log must run before.
+  if (kind == "heap-check") GetVYNSystemLogEx().Initialize(nullptr, "crash probe", "1");
   const char* name = std::getenv("VYN_PROBE_DUMP_NAME");
   const int32_t status = GetVYNMemoryDump().Initialize(name != nullptr ? name : "crash probe");
   std::printf("ready %d %s\n", static_cast<int>(getpid()), GetVYNStatusAsString(status).c_str());

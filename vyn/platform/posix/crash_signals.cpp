@@ -66,9 +66,9 @@ void OnFatalSignal(int signal, siginfo_t* info, void* context) {
   }
   EXCEPTION_POINTERS pointers{&record, context};
   const CrashFilter filter = g_filter.load();
-  if (filter != nullptr) filter(&pointers);
-  // The filter returns only when it was told not to end the process, which
-  // a fault cannot survive: the instruction would fault again.
+  if (filter != nullptr && filter(&pointers) == kContinueExecution) return;
+  // Any other return would let a fault repeat its instruction and fault
+  // again: end here.
   _exit(1);
 }
 
