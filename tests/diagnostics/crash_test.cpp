@@ -5,9 +5,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cctype>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <regex>
 #include <set>
 #include <string>
 
@@ -34,14 +35,30 @@ std::set<uint32_t> ThreadIds(const DumpSummary& summary) {
   return ids;
 }
 
+// The ids of LLDB's "thread list" lines ("thread #2: tid = 4711, ...").
 std::set<uint32_t> LldbThreadIds(const std::string& output) {
   std::set<uint32_t> ids;
-  const std::regex thread_line(R"(thread #\d+: tid = (\d+))");
-  for (auto it = std::sregex_iterator(output.begin(), output.end(), thread_line);
-       it != std::sregex_iterator(); ++it) {
-    ids.insert(static_cast<uint32_t>(std::stoul((*it)[1])));
+  const std::string marker = ": tid = ";
+  for (size_t at = output.find(marker); at != std::string::npos; at = output.find(marker, at + 1)) {
+    ids.insert(
+        static_cast<uint32_t>(std::strtoul(output.c_str() + at + marker.size(), nullptr, 10)));
   }
   return ids;
+}
+
+// "<folder>/Dumps/crash probe YYYY-MM-DD HH-MM-SS (01).dmp", digits checked.
+bool IsFirstDumpName(const std::string& path) {
+  const std::string prefix = "/Dumps/crash probe ";
+  const std::string pattern = "####-##-## ##-##-## (01).dmp";
+  const size_t at = path.find(prefix);
+  if (at == std::string::npos || path.size() != at + prefix.size() + pattern.size()) return false;
+  for (size_t i = 0; i < pattern.size(); ++i) {
+    const char c = path[at + prefix.size() + i];
+    if (pattern[i] == '#' ? !std::isdigit(static_cast<unsigned char>(c)) : c != pattern[i]) {
+      return false;
+    }
+  }
+  return true;
 }
 
 TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndADump) {
@@ -67,14 +84,13 @@ TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndADump) {
       {"request", SIGTRAP, VYN_END_OF_PROCESS_REQUESTED},
       {"pure-virtual", SIGTRAP, VYN_END_OF_PROCESS_PURE_VIRTUAL},
   };
-  const std::regex name(R"(.*/Dumps/crash probe \d{4}-\d\d-\d\d \d\d-\d\d-\d\d \(01\)\.dmp)");
   for (const Case& c : cases) {
     SCOPED_TRACE(c.kind);
     TempDir folder;
     const ProbeRun run = RunProbe(folder.path(), {c.kind});
     EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
     ASSERT_EQ(run.dumps.size(), 1u) << run.result.output;
-    EXPECT_TRUE(std::regex_match(run.dumps[0], name)) << run.dumps[0];
+    EXPECT_TRUE(IsFirstDumpName(run.dumps[0])) << run.dumps[0];
     const DumpSummary dump = Read(run.dumps[0]);
     ASSERT_TRUE(dump.has_exception);
     EXPECT_EQ(dump.exception.code, static_cast<uint32_t>(c.signal));
@@ -148,6 +164,18 @@ TEST(CrashTest, CrashesDuringACrashStillEndTheProcessWithADump) {
     const DumpSummary dump = Read(run.dumps[0]);
     EXPECT_TRUE(dump.has_exception);
     EXPECT_GE(dump.threads.size(), 1u);
+  }
+}
+
+TEST(CrashTest, TwoProgramsCrashingInOneFolderLeaveWholeDumps) {
+  TempDir folder;
+  const ProbeRun run =
+      RunProbe(folder.path(), {"-c", "\"$0\" threads 4 & \"$0\" threads 4 & wait", VYN_CRASH_PROBE},
+               {}, "/bin/sh");
+  ASSERT_GE(run.dumps.size(), 1u);
+  for (const std::string& path : run.dumps) {
+    const DumpSummary dump = Read(path);
+    EXPECT_EQ(dump.threads.size(), 5u) << path;
   }
 }
 
@@ -236,6 +264,19 @@ TEST(CrashTest, NoPlaceForTheDumpStillEndsTheProcessAndSaysWhy) {
     EXPECT_NE(run.result.output.find("The dumpfile could not be created (GetLastError() = "
                                      "0x00000014):\n\n" +
                                      folder.path() + "/Dumps/crash probe "),
+              std::string::npos)
+        << run.result.output;
+  }
+  {
+    // No dump writer to be found: no file, and the user is told.
+    TempDir folder;
+    WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nMessageBoxAfterDump=1\n");
+    const ProbeRun run = RunProbe(folder.path(), {"segv"}, {}, VYN_CRASH_PROBE_STATIC);
+    EXPECT_EQ(run.result.exit_code, 1);
+    EXPECT_TRUE(run.dumps.empty());
+    EXPECT_NE(run.result.output.find("The application has detected a critical problem and needs to "
+                                     "close.\n\nThe dumpfile could not be created because "
+                                     "DBGHELP.DLL could not be found."),
               std::string::npos)
         << run.result.output;
   }

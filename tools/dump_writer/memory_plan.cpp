@@ -12,7 +12,7 @@ namespace vyn::dump_writer {
 namespace {
 
 constexpr uint64_t kRedZone = 128;
-constexpr uint64_t kLargestStack = 256 * 1024;
+constexpr uint64_t kLargestStack = uint64_t{256} * 1024;
 constexpr uint64_t kThreadDataReach = 4096;
 constexpr uint64_t kReferencedReach = 256;
 constexpr size_t kMostReferencedRanges = 4096;
@@ -149,6 +149,7 @@ MemoryPlan PlanMemory(uint32_t dump_type, const ProcessSnapshot& process,
                       const std::vector<ModuleInfo>& modules,
                       const std::vector<ThreadMemory>& threads) {
   std::vector<MemoryRange> stacks;
+  stacks.reserve(threads.size());
   for (const ThreadMemory& thread : threads) stacks.push_back(thread.stack);
   stacks = Normalize(stacks);
 

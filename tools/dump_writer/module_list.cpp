@@ -8,7 +8,7 @@ namespace vyn::dump_writer {
 namespace {
 
 constexpr uint32_t kMostProgramHeaders = 512;
-constexpr uint64_t kLargestNoteSegment = 64 * 1024;
+constexpr uint64_t kLargestNoteSegment = uint64_t{64} * 1024;
 
 bool IsElfAt(const ProcessSnapshot& process, uint64_t address) {
   unsigned char magic[SELFMAG];

@@ -1,6 +1,5 @@
 #include "tools/dump_writer/process_snapshot.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/ptrace.h>
@@ -14,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace vyn::dump_writer {
 namespace {
@@ -51,28 +51,27 @@ std::string ReadWholeFile(const std::string& path) {
   return content;
 }
 
+// One line of /proc/<pid>/maps:
+// "start-end perms offset major:minor inode   path".
 bool ParseMapping(const std::string& line, Mapping* mapping) {
-  unsigned long long start = 0;
-  unsigned long long end = 0;
-  unsigned long long offset = 0;
-  unsigned long long inode = 0;
-  char permissions[5] = {};
-  int path_at = 0;
-  if (std::sscanf(line.c_str(), "%llx-%llx %4s %llx %*x:%*x %llu %n", &start, &end, permissions,
-                  &offset, &inode, &path_at) < 5) {
-    return false;
-  }
-  mapping->start = start;
-  mapping->end = end;
-  mapping->offset = offset;
-  mapping->inode = inode;
+  const char* at = line.c_str();
+  char* end = nullptr;
+  mapping->start = std::strtoull(at, &end, 16);
+  if (*end != '-') return false;
+  mapping->end = std::strtoull(end + 1, &end, 16);
+  if (*end != ' ' || std::strlen(end) < 6) return false;
+  const char* permissions = end + 1;
   mapping->readable = permissions[0] == 'r';
   mapping->writable = permissions[1] == 'w';
   mapping->executable = permissions[2] == 'x';
   mapping->shared = permissions[3] == 's';
-  if (path_at > 0 && static_cast<size_t>(path_at) < line.size())
-    mapping->path = line.substr(path_at);
-  return true;
+  mapping->offset = std::strtoull(permissions + 5, &end, 16);
+  const char* device_end = std::strchr(end + 1, ' ');  // skip "major:minor"
+  if (device_end == nullptr) return false;
+  mapping->inode = std::strtoull(device_end + 1, &end, 10);
+  while (*end == ' ') ++end;
+  mapping->path = end;
+  return mapping->start < mapping->end;
 }
 
 }  // namespace
@@ -83,14 +82,11 @@ ProcessSnapshot::~ProcessSnapshot() { Resume(); }
 
 std::vector<uint32_t> ProcessSnapshot::ListThreads() const {
   std::vector<uint32_t> ids;
+  std::error_code error;
   const std::string folder = "/proc/" + std::to_string(pid_) + "/task";
-  DIR* directory = opendir(folder.c_str());
-  if (directory == nullptr) return ids;
-  while (const dirent* entry = readdir(directory)) {
-    if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
-    ids.push_back(static_cast<uint32_t>(std::strtoul(entry->d_name, nullptr, 10)));
+  for (const auto& item : std::filesystem::directory_iterator(folder, error)) {
+    ids.push_back(static_cast<uint32_t>(std::strtoul(item.path().filename().c_str(), nullptr, 10)));
   }
-  closedir(directory);
   return ids;
 }
 
@@ -150,8 +146,9 @@ bool ProcessSnapshot::Suspend(int timeout_ms, int* error) {
 
 void ProcessSnapshot::Resume() {
   for (const ThreadState& thread : threads_) {
+    // The signal to deliver travels in ptrace's data argument.
     ptrace(PTRACE_DETACH, static_cast<pid_t>(thread.id), nullptr,
-           reinterpret_cast<void*>(static_cast<intptr_t>(thread.pending_signal)));
+           reinterpret_cast<void*>(static_cast<intptr_t>(thread.pending_signal)));  // NOLINT
   }
   threads_.clear();
 }
@@ -173,7 +170,7 @@ bool ProcessSnapshot::ReadMappings() {
 
 size_t ProcessSnapshot::ReadMemory(uint64_t address, void* buffer, size_t size) const {
   iovec local{buffer, size};
-  iovec remote{reinterpret_cast<void*>(address), size};
+  iovec remote{reinterpret_cast<void*>(address), size};  // NOLINT(performance-no-int-to-ptr)
   const ssize_t got = process_vm_readv(pid_, &local, 1, &remote, 1, 0);
   if (got >= 0) return static_cast<size_t>(got);
   // Fall back to the memory file (process_vm_readv may be unavailable).

@@ -1,13 +1,14 @@
 #include "tools/dump_writer/process_streams.h"
 
 #include <cpuid.h>
-#include <dirent.h>
 #include <sched.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <string>
 
@@ -93,13 +94,10 @@ minidump::Location AddSystemInfo(FileImage& image) {
   utsname names{};
   std::string description = "Linux";
   if (uname(&names) == 0) {
-    unsigned major = 0;
-    unsigned minor = 0;
-    unsigned build = 0;
-    std::sscanf(names.release, "%u.%u.%u", &major, &minor, &build);
-    info.major_version = major;
-    info.minor_version = minor;
-    info.build_number = build;
+    char* end = nullptr;
+    info.major_version = static_cast<uint32_t>(std::strtoul(names.release, &end, 10));
+    if (*end == '.') info.minor_version = static_cast<uint32_t>(std::strtoul(end + 1, &end, 10));
+    if (*end == '.') info.build_number = static_cast<uint32_t>(std::strtoul(end + 1, &end, 10));
     description = std::string("Linux ") + names.release + " " + names.version + " " + names.machine;
   }
   const uint32_t offset = image.Reserve(sizeof info);
@@ -129,15 +127,12 @@ minidump::Location AddMiscInfo(FileImage& image, const ProcessSnapshot& process)
 
 minidump::Location AddHandleData(FileImage& image, const ProcessSnapshot& process) {
   std::vector<uint64_t> descriptors;
+  std::error_code error;
   const std::string folder = "/proc/" + std::to_string(process.pid()) + "/fd";
-  if (DIR* directory = opendir(folder.c_str())) {
-    while (const dirent* entry = readdir(directory)) {
-      if (entry->d_name[0] >= '0' && entry->d_name[0] <= '9') {
-        descriptors.push_back(std::strtoull(entry->d_name, nullptr, 10));
-      }
-    }
-    closedir(directory);
+  for (const auto& item : std::filesystem::directory_iterator(folder, error)) {
+    descriptors.push_back(std::strtoull(item.path().filename().c_str(), nullptr, 10));
   }
+  std::sort(descriptors.begin(), descriptors.end());
   minidump::HandleDataHeader header{};
   header.size_of_header = sizeof header;
   header.size_of_descriptor = sizeof(minidump::HandleDescriptor);

@@ -9,6 +9,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <system_error>
 
 namespace vyn::minidump {
 namespace {
@@ -252,7 +253,8 @@ bool ReadMinidump(const std::string& path, DumpSummary* summary, std::string* er
   *summary = DumpSummary{};
   const File file(path);
   if (!file.IsOpen()) {
-    *error = "cannot open " + path + ": " + std::strerror(errno);
+    *error =
+        "cannot open " + path + ": " + std::error_code(errno, std::generic_category()).message();
     return false;
   }
   Header header{};

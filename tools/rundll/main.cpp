@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
   const std::string entry_name = target.substr(comma + 1);
   void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {
-    std::fprintf(stderr, "%s: %s\n", argv[0], dlerror());
+    std::fprintf(stderr, "%s: %s\n", argv[0], dlerror());  // NOLINT(concurrency-mt-unsafe)
     return 1;
   }
   auto entry = reinterpret_cast<EntryPoint>(dlsym(handle, entry_name.c_str()));

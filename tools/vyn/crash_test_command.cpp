@@ -1,15 +1,14 @@
 // vyn crash-test: provokes a fault in a child process that has the crash
 // handlers installed, and reports how the child ended and where its dump
 // went. The child is this program again, started with --child.
-#include <dirent.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -36,7 +35,7 @@ __attribute__((noinline)) int Recurse(int depth) {
 }
 
 struct Pure {
-  Pure() { Call(); }
+  Pure() { Call(); }  // NOLINT(clang-analyzer-cplusplus.PureVirtualCall): the purpose
   virtual ~Pure() = default;
   virtual void Hook() = 0;
   void Call() { Hook(); }
@@ -82,7 +81,7 @@ const std::map<std::string, std::string>& Kinds() {
   if (kind == "fpe") {
     volatile int numerator = 1;
     volatile int zero = 0;
-    std::printf("%d\n", numerator / zero);
+    std::printf("%d\n", numerator / zero);  // NOLINT(clang-analyzer-core.DivideZero): the purpose
   }
   if (kind == "ill") __builtin_trap();
   if (kind == "trap") raise(SIGTRAP);
@@ -113,16 +112,11 @@ const std::map<std::string, std::string>& Kinds() {
 // second replaces a file of the same name.
 std::map<std::string, int64_t> DumpFiles(const std::string& folder) {
   std::map<std::string, int64_t> files;
-  if (DIR* directory = opendir(folder.c_str())) {
-    while (const dirent* entry = readdir(directory)) {
-      const std::string name = entry->d_name;
-      struct stat info {};
-      if (name.size() > 4 && name.compare(name.size() - 4, 4, ".dmp") == 0 &&
-          stat((folder + "/" + name).c_str(), &info) == 0) {
-        files[name] = static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec;
-      }
-    }
-    closedir(directory);
+  std::error_code error;
+  for (const auto& item : std::filesystem::directory_iterator(folder, error)) {
+    if (item.path().extension() != ".dmp") continue;
+    const auto modified = std::filesystem::last_write_time(item.path(), error);
+    files[item.path().filename().string()] = modified.time_since_epoch().count();
   }
   return files;
 }
@@ -166,7 +160,9 @@ void RunParent(const std::string& kind, const std::string& folder, int dump_type
     const auto old = before.find(name);
     if (old != before.end() && old->second == modified) continue;
     found = true;
-    const std::string path = dumps + "/" + name;
+    std::string path = dumps;
+    path += "/";
+    path += name;
     std::printf("Dump: %s\n", path.c_str());
     minidump::DumpSummary summary;
     std::string error;
@@ -192,7 +188,9 @@ void AddCrashTestCommand(CLI::App& app) {
   static bool child = false;
   static int dump_type = -1;
   std::string kinds = "Kinds:\n";
-  for (const auto& [name, description] : Kinds()) kinds += "  " + name + ": " + description + "\n";
+  for (const auto& [name, description] : Kinds()) {
+    kinds.append("  ").append(name).append(": ").append(description).append("\n");
+  }
   kinds += "The dump lands in FOLDER/Dumps; its summary follows.";
   command->add_option("KIND", kind, "What to provoke (see below)")->required();
   command->add_option("-C,--folder", folder, "Folder of the child (Dumps is created below it)")

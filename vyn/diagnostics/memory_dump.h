@@ -164,7 +164,7 @@ class VYN_EXPORT CVYNMemoryDump {
   static constexpr size_t kTextSize = 1024;
   static constexpr int kTrackedDumps = 8;
 
-  bool initialized_ = false;
+  std::atomic<bool> initialized_{false};  // read by the heap-check thread
   std::string name_;
   char dump_directory_[kDirectorySize] = {};
   std::atomic<uint32_t> dump_type_{kDefaultDumpType};

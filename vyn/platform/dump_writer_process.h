@@ -51,8 +51,10 @@ struct DumpWriterResult {
 DumpWriterResult RunDumpWriter(int file, const EXCEPTION_POINTERS* pointers, uint32_t dump_type,
                                uint32_t timeout_ms);
 
-// Creates (or empties) `path` for writing; -1 and `*error` on failure.
-// Signal-safe.
+// Creates `path` for writing, replacing a file of that name: the old file
+// is removed first, so that a process still writing it (another program
+// that crashed in the same second) keeps its own file and the two dumps
+// never mix. -1 and `*error` on failure. Signal-safe.
 int CreateDumpFile(const char* path, int* error);
 // Replaces the file's content by `text`. Signal-safe.
 bool ReplaceDumpFileContent(int file, const char* text, uint32_t size);

@@ -20,7 +20,7 @@ std::atomic<PureVirtualCallHandler> g_pure_virtual_handler{nullptr};
 // start of a helper process) even in instrumented builds.
 size_t SignalStackSize() {
   const long minimum = sysconf(_SC_SIGSTKSZ);
-  const size_t wanted = 64 * 1024;
+  const size_t wanted = size_t{64} * 1024;
   return minimum > 0 && static_cast<size_t>(minimum) * 4 > wanted ? static_cast<size_t>(minimum) * 4
                                                                   : wanted;
 }
@@ -102,6 +102,7 @@ void SetPureVirtualCallHandler(PureVirtualCallHandler handler) {
 __attribute__((no_sanitize_address, no_sanitize_undefined)) void WriteToAddressZero(
     unsigned char value) {
   volatile uintptr_t address = 0;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr,clang-analyzer-core.NullDereference): the purpose
   *reinterpret_cast<volatile unsigned char*>(address) = value;
   std::abort();  // address 0 was mapped after all
 }

@@ -258,6 +258,16 @@ DumpWriterResult RunDumpWriter(int file, const EXCEPTION_POINTERS* pointers, uin
 }
 
 int CreateDumpFile(const char* path, int* error) {
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    if (unlink(path) != 0 && errno != ENOENT) break;  // cannot remove: empty it below
+    const int file = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (file >= 0) return file;
+    if (errno != EEXIST) {
+      if (error != nullptr) *error = errno;
+      return -1;
+    }
+    // Another process created it between our removal and our creation.
+  }
   const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   if (file < 0 && error != nullptr) *error = errno;
   return file;

@@ -44,7 +44,9 @@ std::string GetLibraryPath() {
 std::string FindHelperProgram(const std::string& name) {
   std::string folders[4];
   size_t count = 0;
-  const char* configured = std::getenv("VYN_LIBEXEC_DIR");
+  // Read while the handlers are installed, before anything could crash;
+  // nothing in the library changes the environment.
+  const char* configured = std::getenv("VYN_LIBEXEC_DIR");  // NOLINT(concurrency-mt-unsafe)
   if (configured != nullptr && configured[0] != '\0') folders[count++] = configured;
   const std::string library = GetLibraryPath();
   if (!library.empty()) {

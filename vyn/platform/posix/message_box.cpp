@@ -104,11 +104,13 @@ bool ShowDialog(const char* text, const char* caption, uint32_t type) {
 
 void PrepareMessageBoxDisplay() {
   g_has_dialog = false;
-  const char* display = std::getenv("DISPLAY");
-  const char* wayland = std::getenv("WAYLAND_DISPLAY");
+  // The library never changes the environment; an application that does so
+  // while it installs the crash handlers races with itself.
+  const char* display = std::getenv("DISPLAY");          // NOLINT(concurrency-mt-unsafe)
+  const char* wayland = std::getenv("WAYLAND_DISPLAY");  // NOLINT(concurrency-mt-unsafe)
   const bool has_display =
       (display != nullptr && display[0] != '\0') || (wayland != nullptr && wayland[0] != '\0');
-  const char* search = std::getenv("PATH");
+  const char* search = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe)
   if (!has_display || search == nullptr) return;
   std::string folders(search);
   size_t start = 0;
