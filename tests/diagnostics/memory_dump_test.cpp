@@ -194,6 +194,7 @@ TEST(DecimalValueTest, ReadsAsAtoiAndClampsInsteadOfOverflowing) {
 
 TEST(MinidumpReaderTest, DamagedFilesAreRefusedWithoutReadingOutsideThem) {
   TempDir folder;
+  WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nDumpType=0\n");  // small: written often
   const ProbeRun run = RunProbe(folder.path(), {"threads", "3"});
   ASSERT_EQ(run.dumps.size(), 1u);
   const std::string original = ReadFile(run.dumps[0]);

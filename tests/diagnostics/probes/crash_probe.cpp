@@ -38,8 +38,15 @@ namespace {
 volatile uintptr_t g_null_address = 0;
 std::atomic<int> g_depth{0};
 
-__attribute__((noinline)) void CrashInProbeFunction() {
+// The faults are the point: the undefined-behaviour checks stay out of them.
+__attribute__((noinline, no_sanitize_undefined)) void CrashInProbeFunction() {
   *reinterpret_cast<volatile int*>(g_null_address) = 42;
+}
+
+__attribute__((noinline, no_sanitize_undefined)) int DivideByZero() {
+  volatile int numerator = 1000;
+  volatile int zero = 0;
+  return numerator / zero;
 }
 
 // Recurses until the stack is gone (the bound is never reached).
@@ -117,9 +124,7 @@ void Fail(const std::string& kind, int argc, char** argv) {
   } else if (kind == "pure-virtual") {
     Derived object;
   } else if (kind == "fpe") {
-    volatile int numerator = 1000;
-    volatile int zero = 0;
-    std::printf("%d\n", numerator / zero);
+    std::printf("%d\n", DivideByZero());
   } else if (kind == "ill") {
     __builtin_trap();
   } else if (kind == "trap") {
