@@ -2,12 +2,21 @@
 // own, finding the dumps it left, and asking LLDB about them.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "tests/support/child_process.h"
 
 namespace vyn::test {
+
+// Threads of the runtime beside the program's own (ThreadSanitizer keeps a
+// background thread in every process).
+#if defined(__SANITIZE_THREAD__)
+inline constexpr size_t kRuntimeThreads = 1;
+#else
+inline constexpr size_t kRuntimeThreads = 0;
+#endif
 
 struct ProbeRun {
   ChildResult result;
