@@ -98,3 +98,4 @@ BENCHMARK(BM_FaultToProcessEnd)
     ->Iterations(10);
 
 }  // namespace
+BENCHMARK_MAIN();

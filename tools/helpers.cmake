@@ -6,6 +6,12 @@ file(GLOB VYN_DUMP_WRITER_SOURCES CONFIGURE_DEPENDS
      ${CMAKE_CURRENT_SOURCE_DIR}/dump_writer/*.cpp)
 add_executable(vyn_dump_writer ${VYN_DUMP_WRITER_SOURCES})
 target_include_directories(vyn_dump_writer PRIVATE ${PROJECT_SOURCE_DIR})
+# The writer is started at every crash: without the C++ runtime to load and
+# relocate it starts several milliseconds sooner. (The sanitizers want the
+# shared runtime.)
+if(NOT VYN_SANITIZER)
+  target_link_options(vyn_dump_writer PRIVATE -static-libstdc++ -static-libgcc)
+endif()
 
 add_executable(vyn_rundll ${CMAKE_CURRENT_SOURCE_DIR}/rundll/main.cpp)
 target_link_libraries(vyn_rundll PRIVATE ${CMAKE_DL_LIBS})

@@ -5,9 +5,9 @@
 //
 // It reads the crash record at RECORD-ADDRESS in the process PID, stops
 // every thread of that process, writes the dump into the inherited
-// descriptor DUMP-FD and, before it ends, reports the result as a
-// DumpWriterReport on REPORT-FD. The exit code is 0 when the dump was
-// written, 1 otherwise.
+// descriptor DUMP-FD, releases the crashed thread and reports the result to
+// it as a DumpWriterReport on REPORT-FD, then releases the other threads. The exit code is 0 when
+// the dump was written, 1 otherwise.
 #include <signal.h>
 #include <sys/ucontext.h>
 #include <unistd.h>
@@ -64,18 +64,22 @@ bool ReadSignalContext(const ProcessSnapshot& process, uint64_t address,
   return true;
 }
 
-int Run(pid_t pid, uint64_t record_address, int dump_file, int* error) {
+int Run(pid_t pid, uint64_t record_address, int dump_file, int report) {
+  int error = 0;
   ProcessSnapshot process(pid);
   CrashRecord record{};
   if (process.ReadMemory(record_address, &record, sizeof record) != sizeof record ||
       record.magic != vyn::platform::kCrashRecordMagic ||
       record.version != vyn::platform::kCrashRecordVersion) {
-    *error = EINVAL;
+    Report(report, false, EINVAL);
     return 1;
   }
-  if (!process.Suspend(kStopTimeoutMs, error)) return 1;
+  if (!process.Suspend(kStopTimeoutMs, &error)) {
+    Report(report, false, error);
+    return 1;
+  }
   if (!process.ReadMappings()) {
-    *error = errno != 0 ? errno : EIO;
+    Report(report, false, errno != 0 ? errno : EIO);
     return 1;
   }
   DumpContent content;
@@ -112,7 +116,11 @@ int Run(pid_t pid, uint64_t record_address, int dump_file, int* error) {
   }
   content.memory =
       vyn::dump_writer::PlanMemory(record.dump_type, process, content.modules, memories);
-  const bool written = vyn::dump_writer::WriteMinidump(dump_file, process, content, error);
+  const bool written = vyn::dump_writer::WriteMinidump(dump_file, process, content, &error);
+  // The crashed thread waits for the report; the process usually ends right
+  // after it, so the other threads are released last.
+  process.ResumeThread(record.thread_id);
+  Report(report, written, error);
   process.Resume();
   return written ? 0 : 1;
 }
@@ -132,8 +140,6 @@ int main(int argc, char** argv) {
   // A full disk or a file-size limit must end in a report, not in a signal.
   signal(SIGXFSZ, SIG_IGN);
   signal(SIGPIPE, SIG_IGN);
-  int error = 0;
-  const int result = Run(static_cast<pid_t>(pid), record, static_cast<int>(dump_file), &error);
-  Report(static_cast<int>(report), result == 0, error);
-  return result;
+  return Run(static_cast<pid_t>(pid), record, static_cast<int>(dump_file),
+             static_cast<int>(report));
 }

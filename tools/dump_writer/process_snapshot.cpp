@@ -90,21 +90,26 @@ std::vector<uint32_t> ProcessSnapshot::ListThreads() const {
   return ids;
 }
 
-bool ProcessSnapshot::StopThread(uint32_t id, int* error) {
+bool ProcessSnapshot::SeizeThread(uint32_t id, int* error) {
   const auto thread = static_cast<pid_t>(id);
-  if (ptrace(PTRACE_SEIZE, thread, nullptr, nullptr) != 0) {
+  if (ptrace(PTRACE_SEIZE, thread, nullptr, nullptr) != 0 ||
+      ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr) != 0) {
     *error = errno;
     return false;
   }
-  ThreadState state;
-  state.id = id;
-  ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr);
+  return true;
+}
+
+bool ProcessSnapshot::CollectThread(uint32_t id, int* error) {
+  const auto thread = static_cast<pid_t>(id);
   int status = 0;
   if (waitpid(thread, &status, __WALL) != thread || !WIFSTOPPED(status)) {
     *error = errno == 0 ? ESRCH : errno;
     ptrace(PTRACE_DETACH, thread, nullptr, nullptr);
     return false;
   }
+  ThreadState state;
+  state.id = id;
   // A stop for a signal that was on its way (not our interrupt): the signal
   // goes back to the thread when it is released.
   if ((status >> 16) != PTRACE_EVENT_STOP) state.pending_signal = WSTOPSIG(status);
@@ -119,19 +124,28 @@ bool ProcessSnapshot::StopThread(uint32_t id, int* error) {
 bool ProcessSnapshot::Suspend(int timeout_ms, int* error) {
   StartTimer(timeout_ms);
   *error = 0;
+  std::vector<uint32_t> tried;
   // Threads may start while others are being stopped; a few passes over the
-  // list catch them (a stopped thread starts nothing).
+  // list catch them (a stopped thread starts nothing). Within a pass every
+  // thread is asked to stop before the first stop is awaited, so that the
+  // threads stop in parallel.
   for (int pass = 0; pass < 8; ++pass) {
-    bool found_new = false;
+    std::vector<uint32_t> seized;
     for (const uint32_t id : ListThreads()) {
-      const bool known = std::any_of(threads_.begin(), threads_.end(),
-                                     [id](const ThreadState& t) { return t.id == id; });
-      if (known) continue;
-      found_new = true;
+      if (std::find(tried.begin(), tried.end(), id) != tried.end()) continue;
+      tried.push_back(id);
       int thread_error = 0;
-      if (!StopThread(id, &thread_error) && *error == 0) *error = thread_error;
+      if (SeizeThread(id, &thread_error)) {
+        seized.push_back(id);
+      } else if (*error == 0) {
+        *error = thread_error;
+      }
     }
-    if (!found_new) break;
+    if (seized.empty()) break;
+    for (const uint32_t id : seized) {
+      int thread_error = 0;
+      if (!CollectThread(id, &thread_error) && *error == 0) *error = thread_error;
+    }
   }
   StopTimer();
   std::sort(threads_.begin(), threads_.end(),
@@ -144,12 +158,18 @@ bool ProcessSnapshot::Suspend(int timeout_ms, int* error) {
   return !threads_.empty();
 }
 
+void ProcessSnapshot::ResumeThread(uint32_t id) {
+  const auto found = std::find_if(threads_.begin(), threads_.end(),
+                                  [id](const ThreadState& t) { return t.id == id; });
+  if (found == threads_.end() || found->released) return;
+  // The signal to deliver travels in ptrace's data argument.
+  ptrace(PTRACE_DETACH, static_cast<pid_t>(id), nullptr,
+         reinterpret_cast<void*>(static_cast<intptr_t>(found->pending_signal)));  // NOLINT
+  found->released = true;
+}
+
 void ProcessSnapshot::Resume() {
-  for (const ThreadState& thread : threads_) {
-    // The signal to deliver travels in ptrace's data argument.
-    ptrace(PTRACE_DETACH, static_cast<pid_t>(thread.id), nullptr,
-           reinterpret_cast<void*>(static_cast<intptr_t>(thread.pending_signal)));  // NOLINT
-  }
+  for (const ThreadState& thread : threads_) ResumeThread(thread.id);
   threads_.clear();
 }
 

@@ -41,6 +41,7 @@ struct ThreadState {
   user_regs_struct registers{};
   user_fpregs_struct floating_point{};
   int pending_signal = 0;  // to be handed back on release
+  bool released = false;
 };
 
 class ProcessSnapshot {
@@ -53,7 +54,9 @@ class ProcessSnapshot {
   // Stops every thread, also those started while stopping the others.
   // False (and `error` set) when not a single thread could be stopped.
   bool Suspend(int timeout_ms, int* error);
-  // Releases every stopped thread.
+  // Releases one stopped thread, before the others.
+  void ResumeThread(uint32_t id);
+  // Releases every stopped thread and forgets them.
   void Resume();
   // Reads the memory mappings; false when /proc/<pid>/maps cannot be read.
   bool ReadMappings();
@@ -73,7 +76,8 @@ class ProcessSnapshot {
   const std::vector<ThreadState>& threads() const { return threads_; }
 
  private:
-  bool StopThread(uint32_t id, int* error);
+  bool SeizeThread(uint32_t id, int* error);
+  bool CollectThread(uint32_t id, int* error);
   std::vector<uint32_t> ListThreads() const;
 
   pid_t pid_;
