@@ -17,9 +17,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/pseudo_terminal.h"
 #include "vyn/core/message_types.h"
 #include "vyn/device/command_set.h"
-#include "vyn/platform/pseudo_terminal.h"
 #include "vyn/queue/message_queue.h"
 #include "vyn/serial/serial_port.h"
 
@@ -54,7 +54,7 @@ class ArrivalRecorder : public CVYNMessageQueue {
 
 // A running driver on the slave side of a fresh pseudo-terminal.
 struct Link {
-  vyn::platform::PseudoTerminal terminal;
+  vyn::support::PseudoTerminal terminal;
   ArrivalRecorder* recorder = new ArrivalRecorder;  // owned by the library queue
   bool ok = false;
 

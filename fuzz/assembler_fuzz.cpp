@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "vyn/serial/frame_assembler.h"
+#include "vyn/serial/internal/frame_assembler.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/file_system.h"
 #include "vyn/platform/descriptor_io.h"
-#include "vyn/platform/file_system.h"
 
 namespace vyn::sim {
 namespace {
@@ -48,7 +48,7 @@ bool DeviceSimulator::Start() {
   if (thread_.joinable() || !wake_.IsValid()) return false;
   std::string directory = options_.link_directory;
   if (directory.empty()) {
-    directory = platform::CreateUniqueDirectory("/tmp/vyn-sim-");
+    directory = support::CreateUniqueDirectory("/tmp/vyn-sim-");
     if (directory.empty()) return false;
     own_directory_ = directory;
   }
@@ -56,7 +56,7 @@ bool DeviceSimulator::Start() {
   std::unique_lock lock(mutex_);
   if (!PlugInNewTerminal()) {
     lock.unlock();
-    if (!own_directory_.empty()) platform::RemoveEmptyDirectory(own_directory_);
+    if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
     own_directory_.clear();
     return false;
   }
@@ -77,11 +77,11 @@ void DeviceSimulator::Stop() {
   if (thread_.joinable()) thread_.join();
   std::lock_guard lock(mutex_);
   running_ = false;
-  if (plugged_) platform::RemoveFile(port_path_);
+  if (plugged_) support::RemoveFile(port_path_);
   terminal_.Close();
   plugged_ = false;
   peer_present_ = false;
-  if (!own_directory_.empty()) platform::RemoveEmptyDirectory(own_directory_);
+  if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
   own_directory_.clear();
   plug_changed_.notify_all();
 }
@@ -187,7 +187,7 @@ void DeviceSimulator::ApplyPlugRequest() {
   if (plug_request_ == PlugRequest::kUnplug) {
     if (plugged_) {
       // The link goes first, so nobody opens a terminal that is about to vanish.
-      platform::RemoveFile(port_path_);
+      support::RemoveFile(port_path_);
       terminal_.Close();
       plugged_ = false;
       PeerLeft();
@@ -201,8 +201,8 @@ void DeviceSimulator::ApplyPlugRequest() {
 }
 
 bool DeviceSimulator::PlugInNewTerminal() {
-  platform::PseudoTerminal fresh;
-  if (!fresh.Open() || !platform::ReplaceSymbolicLink(fresh.slave_path(), port_path_)) return false;
+  support::PseudoTerminal fresh;
+  if (!fresh.Open() || !support::ReplaceSymbolicLink(fresh.slave_path(), port_path_)) return false;
   // Moving the new terminal in closes the old one: its users see a hang-up
   // while the link already leads to the new one.
   terminal_ = std::move(fresh);

@@ -43,7 +43,7 @@
 #include "sim/notification_source.h"
 #include "sim/outbound_queue.h"
 #include "sim/request_reader.h"
-#include "vyn/platform/pseudo_terminal.h"
+#include "support/pseudo_terminal.h"
 #include "vyn/platform/wake_up_event.h"
 
 namespace vyn::sim {
@@ -153,7 +153,7 @@ class DeviceSimulator {
   bool plug_result_ = false;
   // Changed only by the simulator's thread (under the lock), so that thread
   // may read them without it.
-  platform::PseudoTerminal terminal_;
+  support::PseudoTerminal terminal_;
   bool plugged_ = false;
   bool peer_present_ = false;
 

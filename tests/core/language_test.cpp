@@ -8,7 +8,8 @@
 
 namespace {
 
-// Texts typed in by hand from the product's tables, not copied from the code.
+// Texts typed in by hand, not copied from the code, so that a slip in the
+// tables shows.
 struct Expected {
   int32_t module;
   int32_t number;

@@ -8,7 +8,7 @@
 
 #include "tests/support/test_frames.h"
 #include "vyn/device/command_dump.h"
-#include "vyn/serial/frame_assembler.h"
+#include "vyn/serial/internal/frame_assembler.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "vyn/core/status.h"
 #include "vyn/device/command_dump.h"
 #include "vyn/device/command_set.h"
-#include "vyn/serial/frame_assembler.h"
+#include "vyn/serial/internal/frame_assembler.h"
 
 namespace {
 

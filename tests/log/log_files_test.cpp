@@ -9,7 +9,7 @@
 #include "tests/log/log_test_support.h"
 #include "vyn/core/memory_controls.h"
 #include "vyn/core/status.h"
-#include "vyn/log/system_log_testing.h"
+#include "vyn/log/internal/system_log_testing.h"
 
 namespace vyn::test {
 namespace {

@@ -15,9 +15,9 @@
 
 #include "tests/log/log_test_support.h"
 #include "vyn/core/status.h"
+#include "vyn/threads/internal/thread_monitor_testing.h"
 #include "vyn/threads/monitored_thread.h"
 #include "vyn/threads/thread_monitor.h"
-#include "vyn/threads/thread_monitor_testing.h"
 
 namespace vyn::test {
 namespace {

@@ -19,6 +19,7 @@ for name in GetVYNLanguage GetVYNSystemLogEx GetVYNThreadMonitor GetVYNSerialPor
             GetVYNMessageQueue GetVYNPluginManager GetVYNCommandSet GetVYNCommandDump \
             GetVYNCommandHelper GetVYNIniManager GetVYNMemoryDump GetVYNCommandLine \
             GetVYNFileHeader GetVYNSTM32BootLoader GetVYNMain \
+            'CVYNPluginManager::LoadPlugin(std::__cxx11::basic_string' 'CVYNPlugin::~CVYNPlugin()' \
             'GetVYNStatusAsString[abi:cxx11](int)' 'GetSystemTimeInMs()' 'ConvertDateToMs(SYSTEMTIME)'; do
   grep -q -F " $name" "$work/exports" || { echo "not exported: $name"; exit 1; }
 done
@@ -30,11 +31,27 @@ fi
 soname=$(objdump -p "$library" | awk '/SONAME/ {print $2}')
 [ "$soname" = "libvyn.so.1" ] || { echo "unexpected soname: $soname"; exit 1; }
 
+# Every installed header compiles on its own: it includes only installed
+# headers and declares nothing that needs an internal one.
+while IFS= read -r header; do
+  relative=${header#"$prefix/include/"}
+  printf '#include <%s>\n' "$relative" >"$work/one_header.cpp"
+  c++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$prefix/include" \
+      "$work/one_header.cpp" || { echo "installed header does not compile alone: $relative"; exit 1; }
+done < <(find "$prefix/include" -name '*.h' | sort)
+if find "$prefix/include" -path '*internal*' -o -path '*/platform/*' | grep -q .; then
+  echo "internal headers installed:"; find "$prefix/include" -path '*internal*' -o -path '*/platform/*'
+  exit 1
+fi
+
 # An outside CMake project finds the package.
 cmake -S "$source/tests/package/consumer" -B "$work/consumer" -G Ninja \
-      -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+      -DCMAKE_PREFIX_PATH="$prefix" -DVYN_EXAMPLE_PLUGINS="$source/examples/plugins" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 "$work/consumer/vyn_consumer"
+# Our own plug-in, built against the installed headers, is loaded, sent
+# events and unloaded through the installed library.
+"$work/consumer/vyn_plugin_host" "$work/consumer/event_counter.so"
 
 # And a plain compiler call through pkg-config.
 export PKG_CONFIG_PATH
@@ -43,4 +60,11 @@ PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vyn.pc | head -n 1)")
 c++ "$source/tests/package/consumer/consumer.cpp" -o "$work/pkg_consumer" \
     $(pkg-config --cflags --libs vyn)
 LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_consumer"
+# shellcheck disable=SC2046
+c++ -shared -fPIC -fvisibility=hidden "$source/examples/plugins/event_counter.cpp" \
+    -o "$work/pkg_counter.so" $(pkg-config --cflags --libs vyn)
+# shellcheck disable=SC2046
+c++ "$source/tests/package/consumer/plugin_host.cpp" -o "$work/pkg_plugin_host" \
+    $(pkg-config --cflags --libs vyn)
+LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_plugin_host" "$work/pkg_counter.so"
 echo "package check passed"

@@ -1,4 +1,4 @@
-#include "vyn/serial/frame_assembler.h"
+#include "vyn/serial/internal/frame_assembler.h"
 
 #include <gtest/gtest.h>
 

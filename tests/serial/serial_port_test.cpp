@@ -19,6 +19,7 @@
 #include "tests/support/temp_dir.h"
 #include "vyn/core/status.h"
 #include "vyn/device/command_set.h"
+#include "vyn/platform/serial_device.h"
 #include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
 

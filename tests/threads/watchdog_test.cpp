@@ -5,15 +5,16 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <thread>
 
 #include "vyn/core/status.h"
 #include "vyn/platform/crash.h"
+#include "vyn/threads/internal/thread_monitor_testing.h"
 #include "vyn/threads/monitored_thread.h"
 #include "vyn/threads/thread_monitor.h"
-#include "vyn/threads/thread_monitor_testing.h"
 
 namespace {
 
@@ -21,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr int64_t kOneSecond100ns = 10000000;
+constexpr int64_t kThreshold100ns = 300 * kOneSecond100ns;
 
 struct Beating {
   CVYNMonitoredThread thread;
@@ -42,6 +44,13 @@ int32_t Beat(void* raw) {
   return 0;
 }
 
+// Ends the child with the reason on standard error, which the death test
+// shows when it fails.
+[[noreturn]] void Fail(const char* why) {
+  std::fprintf(stderr, "watchdog child: %s\n", why);
+  std::_Exit(1);
+}
+
 bool WaitFor(const std::function<bool()>& condition, std::chrono::seconds limit) {
   const auto deadline = Clock::now() + limit;
   while (!condition()) {
@@ -61,27 +70,34 @@ void HangFreezesEveryMonitoredThread() {
   healthy.thread.CreateThread(&Beat, &healthy, nullptr, 0, 0, true);
   silent.thread.CreateThread(&Beat, &silent, nullptr, 0, 0, true);
   CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
-  if (monitor.Initialize() != VYN_STATUS_SUCCESS) std::_Exit(10);
-  if (monitor.Initialize() != VYN_STATUS_BUSY) std::_Exit(11);
+  if (monitor.Initialize() != VYN_STATUS_SUCCESS) Fail("the watchdog did not start");
+  if (monitor.Initialize() != VYN_STATUS_BUSY) Fail("a second start was not refused as busy");
   // The healthy thread alone for a while: no verdict.
   std::this_thread::sleep_for(milliseconds(300));
-  if (monitor.IsObjectTimeout()) std::_Exit(12);
+  if (monitor.IsObjectTimeout()) Fail("a hang was reported while every thread was healthy");
   if (!WaitFor([&] { return monitor.IsObjectTimeout(); }, std::chrono::seconds(20))) {
-    std::_Exit(13);
+    Fail("the silent thread was never reported as hung");
   }
   // Give the healthy thread time to reach its next heartbeat, then watch it.
   std::this_thread::sleep_for(milliseconds(200));
   const int frozen_at = healthy.rounds;
   std::this_thread::sleep_for(milliseconds(500));
-  if (healthy.rounds != frozen_at) std::_Exit(14);
-  // A heartbeat from any thread now stays in the freeze.
-  std::atomic<bool> returned{false};
+  if (healthy.rounds != frozen_at) Fail("the healthy thread went on after the hang");
+  // A heartbeat from any other thread now stays in the freeze: through the
+  // object of a running thread, and through an object that has no thread of
+  // its own (an application thread that only stamps heartbeats).
+  static CVYNMonitoredThread heartbeat_only;
+  std::atomic<int> returned{0};
   std::thread([&] {
     healthy.thread.UpdateStatus();
-    returned = true;
+    ++returned;
+  }).detach();
+  std::thread([&] {
+    heartbeat_only.UpdateStatus();
+    ++returned;
   }).detach();
   std::this_thread::sleep_for(milliseconds(300));
-  if (returned) std::_Exit(15);
+  if (returned != 0) Fail("a heartbeat from another thread returned after the hang");
   // An explicit stop releases the frozen threads.
   healthy.thread.DestroyThread(true);
   silent.thread.DestroyThread(true);
@@ -98,7 +114,33 @@ void HangEndsTheProcessWhenHandlersAreInstalled() {
   silent.thread.CreateThread(&Beat, &silent, nullptr, 0, 0, true);
   GetVYNThreadMonitor().Initialize();
   std::this_thread::sleep_for(std::chrono::seconds(30));
-  std::_Exit(20);  // the watchdog did not end us
+  Fail("the watchdog did not end the process");
+}
+
+// Child: a heartbeat exactly 300 s old is in order; 100 ns more is a hang.
+// The watchdog's clock is set, not waited for.
+void ThresholdIsThreeHundredSecondsExactly() {
+  Beating once;
+  once.stop_stamping_after_first = true;
+  once.thread.CreateThread(&Beat, &once, nullptr, 0, 0, true);
+  CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
+  const int64_t last = once.thread.GetLastTimestamp();
+  if (last == 0) Fail("the thread stamped no heartbeat");
+  vyn::testing::SetThreadMonitorClock(last + kThreshold100ns);
+  monitor.CheckObjects();
+  if (monitor.IsObjectTimeout()) Fail("a heartbeat of exactly 300 s was taken as a hang");
+  vyn::testing::SetThreadMonitorClock(last - kOneSecond100ns);  // the clock was set back
+  monitor.CheckObjects();
+  if (monitor.IsObjectTimeout()) Fail("a heartbeat from the future was taken as a hang");
+  vyn::testing::SetThreadMonitorClock(last + kThreshold100ns + 1);
+  monitor.CheckObjects();
+  if (!monitor.IsObjectTimeout()) Fail("a heartbeat of 300 s and 100 ns was not a hang");
+  std::_Exit(0);
+}
+
+TEST(WatchdogDeathTest, ThresholdIsThreeHundredSecondsExactly) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(ThresholdIsThreeHundredSecondsExactly(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(WatchdogDeathTest, HangFreezesEveryMonitoredThread) {

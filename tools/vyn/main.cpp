@@ -12,6 +12,8 @@ int main(int argc, char** argv) {
   vyn::tool::AddFrameCommand(app);
   vyn::tool::AddMonitorCommand(app);
   vyn::tool::AddSendCommand(app);
+  vyn::tool::AddPluginCommand(app);
+  vyn::tool::AddFirmwareCommand(app);
   vyn::tool::AddCrashTestCommand(app);
   vyn::tool::AddDumpCommand(app);
   try {

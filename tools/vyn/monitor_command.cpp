@@ -4,9 +4,9 @@
 #include <string>
 #include <thread>
 
+#include "support/console_input.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/link_session.h"
-#include "vyn/platform/console_input.h"
 #include "vyn/serial/serial_port.h"
 
 namespace vyn::tool {
@@ -21,14 +21,14 @@ struct MonitorOptions {
 
 void RunMonitor(const MonitorOptions& options) {
   // Before any thread starts, so that Ctrl-C reaches us as input.
-  vyn::platform::ConsoleInput console;
+  vyn::support::ConsoleInput console;
   LinkSession session(options.port, options.baud_id, options.mcpu, false);
   std::fprintf(stderr, "monitoring %s; end with Ctrl-C or end of input\n", options.port.c_str());
   if (options.seconds > 0) {
     std::this_thread::sleep_for(std::chrono::duration<double>(options.seconds));
   } else {
     std::string line;
-    while (console.ReadLine(&line) == vyn::platform::ConsoleInput::Result::kLine) {
+    while (console.ReadLine(&line) == vyn::support::ConsoleInput::Result::kLine) {
     }
   }
   std::fprintf(stderr, "%s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());

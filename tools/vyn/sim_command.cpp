@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "sim/device_simulator.h"
+#include "support/console_input.h"
 #include "tools/vyn/commands.h"
-#include "vyn/platform/console_input.h"
 
 namespace vyn::tool {
 namespace {
@@ -131,7 +131,7 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
 
 int RunSimDevice(const SimOptions& options) {
   // Before the simulator's thread exists, so that Ctrl-C reaches us as input.
-  platform::ConsoleInput input;
+  support::ConsoleInput input;
   sim::DeviceSimulatorOptions settings;
   settings.link_directory = options.directory;
   settings.link_name = options.name;
@@ -146,7 +146,7 @@ int RunSimDevice(const SimOptions& options) {
   std::printf("%s\n", device.port_path().c_str());
   std::fflush(stdout);
   std::string line;
-  while (input.ReadLine(&line) == platform::ConsoleInput::Result::kLine) {
+  while (input.ReadLine(&line) == support::ConsoleInput::Result::kLine) {
     const std::vector<std::string_view> words = SplitWords(line);
     if (words.empty()) continue;
     if (!RunCommand(device, words)) break;
@@ -180,6 +180,7 @@ void AddSimCommand(CLI::App& app) {
     const int result = RunSimDevice(*options);
     if (result != 0) throw CLI::RuntimeError(result);
   });
+  AddSimBootLoaderCommand(*sim);
 }
 
 }  // namespace vyn::tool

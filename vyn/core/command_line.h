@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNCommandLine {
  public:

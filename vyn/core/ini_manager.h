@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNIniManager {
  public:

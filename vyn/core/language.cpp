@@ -1,6 +1,6 @@
 #include "vyn/core/language.h"
 
-#include "vyn/core/language_tables.h"
+#include "vyn/core/internal/language_tables.h"
 #include "vyn/core/status.h"
 
 namespace {

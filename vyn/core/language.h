@@ -11,7 +11,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 // Module numbers of GetString.
 constexpr int32_t VYN_MODULE_SYSTEM_LOG = 1;

@@ -1,8 +1,8 @@
 // Message texts of every module, English and German. German texts are
 // Windows-1252 bytes written as escapes so that the source stays ASCII.
-// Generated once from the product's text tables; edit with care: every
-// byte is part of the log files and screens users compare against.
-#include "vyn/core/language_tables.h"
+// Edit with care: every byte is part of the log files and screens users
+// compare against.
+#include "vyn/core/internal/language_tables.h"
 
 namespace vyn::language {
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNMain {
  public:

@@ -5,44 +5,44 @@
 CWnd::~CWnd() = default;
 
 void CMemoryEdit::SetWindowText(const std::string& text) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   text_ = text;
   sel_start_ = sel_end_ = 0;
 }
 
 std::string CMemoryEdit::GetWindowText() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return text_;
 }
 
 void CMemoryEdit::EnableWindow(bool enable) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   enabled_ = enable;
 }
 
 bool CMemoryEdit::IsWindowEnabled() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return enabled_;
 }
 
 void CMemoryEdit::SetRedraw(bool redraw) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   redraw_ = redraw;
 }
 
 bool CMemoryEdit::IsRedrawOn() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return redraw_;
 }
 
 void CMemoryEdit::GetSel(int& start, int& end) const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   start = sel_start_;
   end = sel_end_;
 }
 
 void CMemoryEdit::SetSel(int start, int end) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   const int length = static_cast<int>(text_.size());
   // Like the real control: -1 or positions past the end mean the end.
   const auto clamp = [length](int position) {
@@ -56,7 +56,7 @@ void CMemoryEdit::ReplaceSel(const std::string& text, bool /*can_undo*/) {
   std::string inserted;
   std::function<void(const std::string&)> observer;
   {
-    std::lock_guard lock(mutex_);
+    vyn::MutexLock lock(&mutex_);
     const size_t kept = text_.size() - static_cast<size_t>(sel_end_ - sel_start_);
     const size_t room = static_cast<size_t>(limit_) > kept ? static_cast<size_t>(limit_) - kept : 0;
     inserted = text.substr(0, std::min(room, text.size()));
@@ -71,54 +71,54 @@ void CMemoryEdit::ReplaceSel(const std::string& text, bool /*can_undo*/) {
 void CMemoryEdit::ScrollCaret() {}
 
 void CMemoryEdit::SetLimitText(int limit) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   limit_ = limit > 0 ? limit : 0x7FFFFFFE;
 }
 
 int CMemoryEdit::GetLimitText() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return limit_;
 }
 
 void CMemoryEdit::SetInsertObserver(std::function<void(const std::string&)> observer) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   observer_ = std::move(observer);
 }
 
 void CMemoryComboBox::SetWindowText(const std::string& text) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   text_ = text;
 }
 
 std::string CMemoryComboBox::GetWindowText() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return selection_ >= 0 ? entries_[static_cast<size_t>(selection_)] : text_;
 }
 
 void CMemoryComboBox::EnableWindow(bool enable) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   enabled_ = enable;
 }
 
 bool CMemoryComboBox::IsWindowEnabled() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return enabled_;
 }
 
 void CMemoryComboBox::ResetContent() {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   entries_.clear();
   selection_ = -1;
 }
 
 int CMemoryComboBox::AddString(const std::string& text) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   entries_.push_back(text);
   return static_cast<int>(entries_.size()) - 1;
 }
 
 int CMemoryComboBox::SetCurSel(int index) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   if (index < 0 || index >= static_cast<int>(entries_.size())) {
     selection_ = -1;
     return -1;
@@ -128,31 +128,31 @@ int CMemoryComboBox::SetCurSel(int index) {
 }
 
 int CMemoryComboBox::GetCurSel() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return selection_;
 }
 
 std::vector<std::string> CMemoryComboBox::GetEntries() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return entries_;
 }
 
 void CMemoryStatic::SetWindowText(const std::string& text) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   text_ = text;
 }
 
 std::string CMemoryStatic::GetWindowText() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return text_;
 }
 
 void CMemoryStatic::EnableWindow(bool enable) {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   enabled_ = enable;
 }
 
 bool CMemoryStatic::IsWindowEnabled() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return enabled_;
 }

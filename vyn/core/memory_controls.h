@@ -6,11 +6,11 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
+#include "vyn/base/mutex.h"
 #include "vyn/core/window_controls.h"
 
 class VYN_EXPORT CMemoryEdit : public CEdit {
@@ -37,14 +37,14 @@ class VYN_EXPORT CMemoryEdit : public CEdit {
   void SetInsertObserver(std::function<void(const std::string&)> observer);
 
  private:
-  mutable std::mutex mutex_;
-  std::string text_;
-  int sel_start_ = 0;
-  int sel_end_ = 0;
-  int limit_ = kDefaultLimit;
-  bool enabled_ = true;
-  bool redraw_ = true;
-  std::function<void(const std::string&)> observer_;
+  mutable vyn::Mutex mutex_;
+  std::string text_ VYN_GUARDED_BY(mutex_);
+  int sel_start_ VYN_GUARDED_BY(mutex_) = 0;
+  int sel_end_ VYN_GUARDED_BY(mutex_) = 0;
+  int limit_ VYN_GUARDED_BY(mutex_) = kDefaultLimit;
+  bool enabled_ VYN_GUARDED_BY(mutex_) = true;
+  bool redraw_ VYN_GUARDED_BY(mutex_) = true;
+  std::function<void(const std::string&)> observer_ VYN_GUARDED_BY(mutex_);
 };
 
 class VYN_EXPORT CMemoryComboBox : public CComboBox {
@@ -61,11 +61,11 @@ class VYN_EXPORT CMemoryComboBox : public CComboBox {
   std::vector<std::string> GetEntries() const;
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> entries_;
-  int selection_ = -1;
-  bool enabled_ = true;
-  std::string text_;
+  mutable vyn::Mutex mutex_;
+  std::vector<std::string> entries_ VYN_GUARDED_BY(mutex_);
+  int selection_ VYN_GUARDED_BY(mutex_) = -1;
+  bool enabled_ VYN_GUARDED_BY(mutex_) = true;
+  std::string text_ VYN_GUARDED_BY(mutex_);
 };
 
 class VYN_EXPORT CMemoryStatic : public CStatic {
@@ -76,7 +76,7 @@ class VYN_EXPORT CMemoryStatic : public CStatic {
   bool IsWindowEnabled() const;
 
  private:
-  mutable std::mutex mutex_;
-  std::string text_;
-  bool enabled_ = true;
+  mutable vyn::Mutex mutex_;
+  std::string text_ VYN_GUARDED_BY(mutex_);
+  bool enabled_ VYN_GUARDED_BY(mutex_) = true;
 };

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 constexpr int32_t VYN_STATUS_SUCCESS = 0;
 constexpr int32_t VYN_STATUS_UNSPECIFIC_ERROR = -1;

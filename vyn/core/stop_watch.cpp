@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
 #include "vyn/platform/clock.h"
@@ -16,7 +17,8 @@ CVYNStopWatch::CVYNStopWatch() {
 
 CVYNStopWatch::~CVYNStopWatch() = default;
 
-CVYNStopWatch& CVYNStopWatch::operator=(const CVYNStopWatch& other) {
+// Two locks at once, which the analysis cannot follow through scoped_lock.
+CVYNStopWatch& CVYNStopWatch::operator=(const CVYNStopWatch& other) VYN_NO_THREAD_SAFETY_ANALYSIS {
   if (this == &other) return *this;
   // Both locks at once, in an order that cannot deadlock against a
   // simultaneous assignment the other way round.
@@ -39,12 +41,12 @@ int32_t CVYNStopWatch::ResetLocked() {
 }
 
 int32_t CVYNStopWatch::Reset() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   return ResetLocked();
 }
 
 int32_t CVYNStopWatch::Start() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   ResetLocked();
   if (frequency_ == 0) return VYN_STATUS_OPERATION_BROKEN;
   if (!QueryPerformanceCounter(&start_count_)) {
@@ -56,7 +58,7 @@ int32_t CVYNStopWatch::Start() {
 }
 
 int32_t CVYNStopWatch::Stop() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   if (!running_) return VYN_STATUS_INVALID_OPERATION;
   running_ = false;
   if (frequency_ == 0) return VYN_STATUS_OPERATION_BROKEN;
@@ -69,7 +71,7 @@ int32_t CVYNStopWatch::Stop() {
 }
 
 int32_t CVYNStopWatch::Continue() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   if (frequency_ == 0) return VYN_STATUS_OPERATION_BROKEN;
   if (running_) return VYN_STATUS_INVALID_OPERATION;
   stop_count_ = 0;
@@ -91,21 +93,21 @@ bool CVYNStopWatch::ElapsedCounts(int64_t* counts) {
 }
 
 double CVYNStopWatch::GetAsSeconds() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   int64_t counts = 0;
   if (frequency_ == 0 || !ElapsedCounts(&counts)) return 0.0;
   return static_cast<double>(counts) / frequency_as_double_;
 }
 
 double CVYNStopWatch::GetAsMilliSeconds() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   int64_t counts = 0;
   if (frequency_ == 0 || !ElapsedCounts(&counts)) return 0.0;
   return static_cast<double>(counts) * 1000.0 / frequency_as_double_;
 }
 
 double CVYNStopWatch::GetAsMicroSeconds() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   int64_t counts = 0;
   if (frequency_ == 0 || !ElapsedCounts(&counts)) return 0.0;
   return static_cast<double>(counts) * 1000000.0 / frequency_as_double_;

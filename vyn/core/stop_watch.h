@@ -8,8 +8,9 @@
 
 #include <cstdint>
 
-#include "vyn/core/export.h"
-#include "vyn/platform/critical_section.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
 
 class VYN_EXPORT CVYNStopWatch {
  public:
@@ -37,14 +38,14 @@ class VYN_EXPORT CVYNStopWatch {
 
  private:
   // Elapsed counts including an open period; false when the counter fails.
-  bool ElapsedCounts(int64_t* counts);
-  int32_t ResetLocked();
+  bool ElapsedCounts(int64_t* counts) VYN_REQUIRES(lock_);
+  int32_t ResetLocked() VYN_REQUIRES(lock_);
 
   CRITICAL_SECTION lock_;
-  int64_t frequency_ = 0;
-  double frequency_as_double_ = 0.0;
-  int64_t start_count_ = 0;
-  int64_t stop_count_ = 0;
-  int64_t elapsed_count_ = 0;
-  bool running_ = false;
+  int64_t frequency_ VYN_GUARDED_BY(lock_) = 0;
+  double frequency_as_double_ VYN_GUARDED_BY(lock_) = 0.0;
+  int64_t start_count_ VYN_GUARDED_BY(lock_) = 0;
+  int64_t stop_count_ VYN_GUARDED_BY(lock_) = 0;
+  int64_t elapsed_count_ VYN_GUARDED_BY(lock_) = 0;
+  bool running_ VYN_GUARDED_BY(lock_) = false;
 };

@@ -11,8 +11,8 @@
 
 #include <cstdint>
 
-#include "vyn/core/export.h"
-#include "vyn/platform/critical_section.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNSynchronize {
  public:

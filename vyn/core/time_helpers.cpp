@@ -1,5 +1,7 @@
 #include "vyn/core/time_helpers.h"
 
+#include "vyn/platform/system_time.h"
+
 int64_t GetSystemTimeInMs() { return vyn::platform::GetSystemTimeAsFileTime() / 10000; }
 
 int64_t ConvertDateToMs(SYSTEMTIME date) {

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "vyn/core/export.h"
-#include "vyn/platform/system_time.h"
+#include "vyn/base/export.h"
+#include "vyn/base/platform_types.h"
 
 // Current UTC time in milliseconds since 1601-01-01.
 VYN_EXPORT int64_t GetSystemTimeInMs();

@@ -30,7 +30,7 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 #include "vyn/device/command_set.h"
 
 class VYN_EXPORT CVYNCommandDump : private CVYNCommandSet {

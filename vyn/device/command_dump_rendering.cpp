@@ -5,7 +5,7 @@
 
 #include "vyn/core/status.h"
 #include "vyn/device/command_dump.h"
-#include "vyn/device/frame_bytes.h"
+#include "vyn/device/internal/frame_bytes.h"
 
 using vyn::device::McpuPayload;
 using vyn::device::Payload;
@@ -186,7 +186,8 @@ int32_t CVYNCommandDump::RenderStatusList(const char* head, unsigned char* frame
   Format("%s; internal status; %i; status count; %i", head, result, *count);
   char piece[kPieceSize];
   for (int i = 0; i < *count; ++i) {
-    // A piece longer than its scratch text is cut there, as it always was.
+    // A piece longer than its scratch text is cut there: a dump line has a
+    // fixed budget per list entry.
     const int written = std::snprintf(piece, sizeof piece, "; status %i; %s", i + 1,
                                       GetStatusString(status_codes[i]));
     if (written < 0 || !AppendPiece(piece)) break;

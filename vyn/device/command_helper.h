@@ -16,7 +16,7 @@
 
 #include <cstdint>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 #include "vyn/core/window_controls.h"
 #include "vyn/device/command_set.h"
 

@@ -8,7 +8,7 @@
 
 #include "vyn/core/status.h"
 #include "vyn/device/command_set.h"
-#include "vyn/device/frame_bytes.h"
+#include "vyn/device/internal/frame_bytes.h"
 
 using vyn::device::CcpuPayload;
 using vyn::device::McpuPayload;

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "vyn/core/status.h"
-#include "vyn/device/frame_bytes.h"
+#include "vyn/device/internal/frame_bytes.h"
 
 using vyn::device::Read16;
 using vyn::device::Sum8;

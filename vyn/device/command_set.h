@@ -50,7 +50,7 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 #include "vyn/device/command_ids.h"
 #include "vyn/device/frame_format.h"
 

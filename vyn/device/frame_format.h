@@ -19,8 +19,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vyn/base/platform_types.h"
 #include "vyn/core/message_types.h"
-#include "vyn/platform/system_time.h"
 
 class CVYNSerialPort;
 

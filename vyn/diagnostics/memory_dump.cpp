@@ -7,9 +7,10 @@
 
 #include <cstring>
 
+#include "vyn/core/internal/log_output.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
-#include "vyn/diagnostics/signal_safe_format.h"
+#include "vyn/diagnostics/internal/signal_safe_format.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/crash.h"
 #include "vyn/platform/crash_signals.h"

@@ -66,9 +66,9 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
-#include "vyn/platform/exception_pointers.h"
+#include "vyn/base/exception_pointers.h"
+#include "vyn/base/export.h"
+#include "vyn/core/log_event_type.h"
 #include "vyn/threads/monitored_thread.h"
 
 // The platform's minidump flags (MINIDUMP_TYPE).

@@ -6,7 +6,7 @@
 #include "vyn/core/ini_manager.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
-#include "vyn/diagnostics/decimal_value.h"
+#include "vyn/diagnostics/internal/decimal_value.h"
 #include "vyn/diagnostics/memory_dump.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/crash_signals.h"

@@ -2,7 +2,7 @@
 #include <string>
 
 #include "vyn/core/command_line.h"
-#include "vyn/diagnostics/decimal_value.h"
+#include "vyn/diagnostics/internal/decimal_value.h"
 #include "vyn/diagnostics/memory_dump.h"
 #include "vyn/platform/message_box.h"
 

@@ -1,4 +1,4 @@
-#include "vyn/diagnostics/signal_safe_format.h"
+#include "vyn/diagnostics/internal/signal_safe_format.h"
 
 namespace vyn::diagnostics {
 namespace {

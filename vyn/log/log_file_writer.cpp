@@ -1,10 +1,11 @@
-#include "vyn/log/log_file_writer.h"
+#include "vyn/log/internal/log_file_writer.h"
 
 #include <cstdio>
 #include <mutex>
 #include <utility>
 
-#include "vyn/log/system_log_testing.h"
+#include "vyn/base/mutex.h"
+#include "vyn/log/internal/system_log_testing.h"
 #include "vyn/platform/clock.h"
 
 namespace vyn::log {
@@ -14,8 +15,8 @@ namespace {
 // memory stays negligible.
 constexpr size_t kWriteChunk = size_t{64} * 1024;
 
-std::mutex g_redirect_mutex;
-std::string g_redirect_path;
+vyn::Mutex g_redirect_mutex;
+std::string g_redirect_path VYN_GUARDED_BY(g_redirect_mutex);
 std::atomic<bool> g_redirect_pending{false};
 
 }  // namespace
@@ -24,7 +25,7 @@ std::atomic<bool> g_redirect_pending{false};
 namespace vyn::testing {
 
 void RedirectSystemLogFile(const std::string& path) {
-  std::lock_guard lock(vyn::log::g_redirect_mutex);
+  vyn::MutexLock lock(&vyn::log::g_redirect_mutex);
   vyn::log::g_redirect_path = path;
   vyn::log::g_redirect_pending = true;
 }
@@ -51,7 +52,7 @@ void LogFileWriter::AppendLine(const std::string& line) {
 void LogFileWriter::Flush() {
   if (pending_.empty()) return;
   if (g_redirect_pending.exchange(false)) {
-    std::lock_guard lock(g_redirect_mutex);
+    vyn::MutexLock lock(&g_redirect_mutex);
     vyn::platform::File replacement;
     if (file_.IsOpen() && replacement.OpenForWriting(g_redirect_path)) {
       file_ = std::move(replacement);

@@ -1,9 +1,11 @@
-#include "vyn/log/log_line_format.h"
+#include "vyn/log/internal/log_line_format.h"
 
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+
+#include "vyn/platform/system_time.h"
 
 namespace vyn::log {
 namespace {

@@ -4,12 +4,18 @@
 #include <limits>
 #include <new>
 
+#include "vyn/base/mutex.h"
+#include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
-#include "vyn/log/system_log_testing.h"
+#include "vyn/log/internal/log_file_writer.h"
+#include "vyn/log/internal/log_line_format.h"
+#include "vyn/log/internal/system_log_testing.h"
 #include "vyn/platform/process.h"
 #include "vyn/platform/system_time.h"
+#include "vyn/platform/wake_up_event.h"
 
 namespace {
 
@@ -49,11 +55,20 @@ void SetSystemLogRetryInterval(uint32_t milliseconds) { g_retry_interval_ms = mi
 
 }  // namespace vyn::testing
 
-CVYNSystemLogEx::CVYNSystemLogEx() = default;
+struct CVYNSystemLogEx::Output {
+  vyn::log::LogFileWriter file;
+  vyn::log::LocalTimeCache local_time;
+  // Raised by AddOutput and by a stop; the output thread's idle wait.
+  vyn::platform::WakeUpEvent wake;
+  // Serialises Initialize; a leaf (nothing that waits is called under it).
+  vyn::Mutex initialize_lock;
+};
+
+CVYNSystemLogEx::CVYNSystemLogEx() : output_(std::make_unique<Output>()) {}
 
 CVYNSystemLogEx::~CVYNSystemLogEx() {
   // Before any member goes: the thread writes what is queued, with them.
-  output_thread_.DestroyThread(true);
+  StopOutputThread();
 }
 
 int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType type,
@@ -67,7 +82,6 @@ int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType ty
   }
   if (text.empty()) return VYN_STATUS_INVALID_PARAMETER;
 
-  bool wake = false;
   try {
     auto queued = std::make_unique<QueuedEntry>();
     vyn::log::CleanLogText(&text);
@@ -78,7 +92,7 @@ int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType ty
     entry.strCaller = std::move(caller);
     entry.strContext = std::move(context);
 
-    CVYNSynchronize guard(&queue_lock_, true);
+    vyn::ScopedLock guard(&queue_lock_);
     if (!output_thread_.IsRunning()) return VYN_STATUS_FORBIDDEN;
     const int64_t number = sequence_number_.load(std::memory_order_relaxed) + 1;
     entry.llNumber = number;
@@ -88,16 +102,14 @@ int32_t CVYNSystemLogEx::AddOutput(std::string text, _VYNSystemLogExEventType ty
     queue_.push_back(std::move(queued));  // the one step that may fail
     sequence_number_.store(number, std::memory_order_relaxed);
     IncreasePriorityCounter(type);
-    // One wake-up per round of the output thread is enough: it takes
-    // everything queued when it wakes.
-    wake = !wake_pending_;
-    wake_pending_ = true;
   } catch (const std::bad_alloc&) {
     return VYN_STATUS_NO_MEMORY;
   } catch (...) {
     return VYN_STATUS_UNSPECIFIC_ERROR;
   }
-  if (wake) output_thread_.SetSoftStop();
+  // After the lock is given back, so that the woken thread finds it free. A
+  // wake-up costs a system call only when the thread is idle.
+  output_->wake.Signal();
   return VYN_STATUS_SUCCESS;
 }
 
@@ -120,13 +132,13 @@ void CVYNSystemLogEx::SetAllowDowngrade(uint32_t value) { allow_downgrade_ = val
 uint32_t CVYNSystemLogEx::GetAllowDowngrade() { return allow_downgrade_; }
 
 int32_t CVYNSystemLogEx::GetEntryCount() {
-  CVYNSynchronize guard(&queue_lock_, true);
+  vyn::ScopedLock guard(&queue_lock_);
   const int64_t count = static_cast<int64_t>(queue_.size()) + taken_not_written_;
   return static_cast<int32_t>(std::min<int64_t>(count, std::numeric_limits<int32_t>::max()));
 }
 
 int32_t CVYNSystemLogEx::ResetPriorityCounter() {
-  CVYNSynchronize guard(&queue_lock_, true);
+  vyn::ScopedLock guard(&queue_lock_);
   for (auto& counter : counters_) counter.store(0, std::memory_order_relaxed);
   return VYN_STATUS_SUCCESS;
 }
@@ -144,7 +156,7 @@ int32_t CVYNSystemLogEx::GetLogStatistics(int64_t* number, int64_t* unknown, int
   return VYN_STATUS_SUCCESS;
 }
 
-int64_t CVYNSystemLogEx::GetLostEntryCount() { return file_.GetLostLineCount(); }
+int64_t CVYNSystemLogEx::GetLostEntryCount() { return output_->file.GetLostLineCount(); }
 
 int32_t CVYNSystemLogEx::IncreasePriorityCounter(_VYNSystemLogExEventType type) {
   counters_[vyn::log::EventTypeCounterIndex(type)].fetch_add(1, std::memory_order_relaxed);
@@ -158,11 +170,12 @@ std::string CVYNSystemLogEx::GetEventTypeAsString(_VYNSystemLogExEventType type)
 int32_t CVYNSystemLogEx::Initialize(CEdit* view, std::string name, std::string version) {
   // A running log answers at once, also to a call from its own view.
   if (output_thread_.IsRunning()) return VYN_STATUS_BUSY;
-  std::lock_guard serialised(initialize_lock_);
-  if (output_thread_.IsRunning()) return VYN_STATUS_BUSY;
   // Collects a thread that was asked to stop from inside (Terminate from the
-  // view); it writes what is left and ends.
+  // view); it writes what is left and ends. Done before the lock is taken:
+  // that thread may still call into the view, and the view into us.
   output_thread_.DestroyThread(true);
+  vyn::MutexLock serialised(&output_->initialize_lock);
+  if (output_thread_.IsRunning()) return VYN_STATUS_BUSY;
 
   view_ = view;
   name_ = name.empty() ? kDefaultName : std::move(name);
@@ -183,8 +196,16 @@ int32_t CVYNSystemLogEx::Initialize(CEdit* view, std::string name, std::string v
 }
 
 int32_t CVYNSystemLogEx::Terminate() {
-  output_thread_.DestroyThread(true);
+  StopOutputThread();
   return VYN_STATUS_SUCCESS;
+}
+
+void CVYNSystemLogEx::StopOutputThread() {
+  // The stop request first, then the wake-up: the woken loop must already
+  // find its running flag cleared.
+  output_thread_.DestroyThread(false);
+  output_->wake.Signal();
+  output_thread_.DestroyThread(true);
 }
 
 int32_t CVYNSystemLogEx::OutputThreadFunction(void* log) {
@@ -211,9 +232,8 @@ int32_t CVYNSystemLogEx::RunOutputThread() {
     }
     CatchUp();
     HeartBeat();
-    // Cut short by AddOutput (soft stop) and by Terminate (stop request).
-    output_thread_.Sleep(kIdleWaitMs);
-    output_thread_.ResetSoftStop();
+    // Cut short by AddOutput and by Terminate.
+    output_->wake.Wait(kIdleWaitMs);
   }
   // Stopped: everything accepted until the running flag fell goes out too.
   WriteUntilEmpty(&batch);
@@ -223,21 +243,20 @@ int32_t CVYNSystemLogEx::RunOutputThread() {
 void CVYNSystemLogEx::WriteUntilEmpty(Batch* batch) {
   while (TakeQueued(batch)) WriteBatch(batch);
   CatchUp();
-  file_.FlushToDevice();
+  output_->file.FlushToDevice();
 }
 
 bool CVYNSystemLogEx::TakeQueued(Batch* batch) {
-  CVYNSynchronize guard(&queue_lock_, true);
+  vyn::ScopedLock guard(&queue_lock_);
   batch->swap(queue_);
   taken_not_written_ += static_cast<int64_t>(batch->size());
-  wake_pending_ = false;
   return !batch->empty();
 }
 
 void CVYNSystemLogEx::WriteBatch(Batch* batch) {
   size_t since_heartbeat = 0;
   for (std::unique_ptr<QueuedEntry>& queued : *batch) {
-    queued->entry.stTime = local_time_.ToLocalTime(queued->accepted_at);
+    queued->entry.stTime = output_->local_time.ToLocalTime(queued->accepted_at);
     try {
       ProcessEntry(&queued->entry);
     } catch (...) {
@@ -254,13 +273,13 @@ void CVYNSystemLogEx::WriteBatch(Batch* batch) {
 }
 
 void CVYNSystemLogEx::CatchUp() {
-  file_.Flush();
-  CVYNSynchronize guard(&queue_lock_, true);
+  output_->file.Flush();
+  vyn::ScopedLock guard(&queue_lock_);
   taken_not_written_ = 0;
 }
 
 void CVYNSystemLogEx::HeartBeat() {
-  file_.Flush();
+  output_->file.Flush();
   output_thread_.UpdateStatus();
 }
 
@@ -270,12 +289,12 @@ void CVYNSystemLogEx::ProcessEntry(_VYN_SYSTEM_LOG_EX_ENTRY* entry) {
   if (to_file) RetryFailedFile();
   ++file_entry_count_;
   if (to_file) {
-    if (file_.IsOpen()) {
+    if (output_->file.IsOpen()) {
       vyn::log::FormatCsvLine(*entry, &line_);
-      file_.AppendLine(line_);
+      output_->file.AppendLine(line_);
       CheckLogFile();
     } else {
-      file_.CountLostLines(1);
+      output_->file.CountLostLines(1);
     }
   }
 
@@ -300,26 +319,26 @@ void CVYNSystemLogEx::ProcessEntry(_VYN_SYSTEM_LOG_EX_ENTRY* entry) {
 }
 
 void CVYNSystemLogEx::RetryFailedFile() {
-  if (!file_.RetryDue(g_retry_interval_ms.load())) return;
+  if (!output_->file.RetryDue(g_retry_interval_ms.load())) return;
   GenerateFileNames();
-  if (!file_.IsOpen()) file_.MarkFailed();  // the next try waits again
+  if (!output_->file.IsOpen()) output_->file.MarkFailed();  // the next try waits again
 }
 
 int32_t CVYNSystemLogEx::CheckLogFile() {
-  if (!file_.IsOpen()) return VYN_STATUS_SUCCESS;
-  if (file_.GetLength() > kMaxFileBytes) {
-    file_.Close();
+  if (!output_->file.IsOpen()) return VYN_STATUS_SUCCESS;
+  if (output_->file.GetLength() > kMaxFileBytes) {
+    output_->file.Close();
     GenerateFileNames();
   }
   if (file_entry_count_ > kMaxFileEntries) {
-    file_.Close();
+    output_->file.Close();
     GenerateFileNames();
   }
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNSystemLogEx::GenerateFileNames() {
-  file_.Close();
+  output_->file.Close();
   std::string directory;
   if (!vyn::platform::GetCurrentDirectory(&directory)) {
     AddOwnOutput(GetVYNLanguage().GetString(VYN_MODULE_SYSTEM_LOG_EX, kTextNoCurrentDirectory),
@@ -341,7 +360,7 @@ int32_t CVYNSystemLogEx::GenerateFileNames() {
                     now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, copy);
     }
     path_ = directory + file_name.data();
-    const vyn::platform::FileCreateResult result = file_.Create(path_);
+    const vyn::platform::FileCreateResult result = output_->file.Create(path_);
     created = result == vyn::platform::FileCreateResult::kCreated;
     if (result == vyn::platform::FileCreateResult::kFailed) break;
   }
@@ -359,8 +378,8 @@ int32_t CVYNSystemLogEx::GenerateFileNames() {
 }
 
 int32_t CVYNSystemLogEx::WriteCSVHeader() {
-  file_.AppendLine(vyn::log::kCsvHeader);
-  file_.Flush();  // the header is in the file as soon as the file exists
+  output_->file.AppendLine(vyn::log::kCsvHeader);
+  output_->file.Flush();  // the header is in the file as soon as the file exists
   return VYN_STATUS_SUCCESS;
 }
 

@@ -50,9 +50,20 @@
 // call) only asks the thread to stop and returns; the thread writes what is
 // queued and ends, and the next Initialize collects it.
 //
-// Lock order: Initialize's lock, then the output thread object's lock. The
+// Backlog: the entry queue has no bound, on purpose. The log is what
+// explains a failure afterwards, so an accepted entry is never dropped for
+// want of room, and AddOutput, called by every thread of the process, never
+// waits for the disk. When the disk stalls, the output thread waits in a
+// write and accepted entries gather in memory (measured: about 180 bytes
+// for an entry with a 60-character text, bench/backlog_bench.cpp);
+// GetEntryCount shows the backlog. Only when no
+// memory is left does AddOutput answer VYN_STATUS_NO_MEMORY.
+//
+// Lock order: Initialize's lock, then the output thread object's lock (which
+// that object holds only for a few instructions, never while it waits). The
 // queue lock is a leaf: it is held only to accept or to take entries, and
-// nothing else is called while it is held.
+// nothing else is called while it is held. The output thread's wake-up is
+// an atomic flag and an eventfd: raising it takes no lock.
 #pragma once
 
 #include <atomic>
@@ -62,13 +73,12 @@
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
+#include "vyn/core/log_event_type.h"
 #include "vyn/core/window_controls.h"
-#include "vyn/log/log_file_writer.h"
-#include "vyn/log/log_line_format.h"
 #include "vyn/log/system_log_entry.h"
-#include "vyn/platform/critical_section.h"
 #include "vyn/threads/monitored_thread.h"
 
 class VYN_EXPORT CVYNSystemLogEx {
@@ -165,6 +175,8 @@ class VYN_EXPORT CVYNSystemLogEx {
   // After a failed write: starts a new file when the wait is over.
   void RetryFailedFile();
   int32_t AddOwnOutput(const char* text, _VYNSystemLogExEventType type);
+  // Asks the output thread to stop, wakes it and waits for its end.
+  void StopOutputThread();
 
   CEdit* view_ = nullptr;  // not owned
   std::string name_;
@@ -172,20 +184,22 @@ class VYN_EXPORT CVYNSystemLogEx {
   std::atomic<bool> enable_output_{false};
   std::atomic<bool> auto_scroll_{false};
   std::string path_;
-  vyn::log::LogFileWriter file_;
   int64_t file_entry_count_ = 0;             // output thread
   std::atomic<int64_t> sequence_number_{0};  // written under queue_lock_
   std::atomic<int64_t> counters_[9] = {};
   CRITICAL_SECTION queue_lock_;
-  Batch queue_;                    // guarded by queue_lock_
-  int64_t taken_not_written_ = 0;  // guarded by queue_lock_
-  bool wake_pending_ = false;      // guarded by queue_lock_
+  Batch queue_ VYN_GUARDED_BY(queue_lock_);
+  int64_t taken_not_written_ VYN_GUARDED_BY(queue_lock_) = 0;
   std::atomic<uint32_t> file_filter_{0xFFFFFFFF};
   std::atomic<uint32_t> output_filter_{0xFFFFFFFF};
   std::atomic<uint32_t> allow_downgrade_{0};
-  std::mutex initialize_lock_;           // taken before the output thread's lock
-  vyn::log::LocalTimeCache local_time_;  // output thread
-  std::string line_;                     // output thread: the line being formatted
+  // The CSV file, the local-time cache, the output thread's wake-up and the
+  // lock that serialises Initialize, kept out of this header because they
+  // are built on the platform layer. Used by the output thread (and
+  // GetLostEntryCount, which reads an atomic counter of the file).
+  struct Output;
+  std::unique_ptr<Output> output_;
+  std::string line_;  // output thread: the line being formatted
   // Last member: destroyed first, after the destructor has stopped it.
   CVYNMonitoredThread output_thread_;
 };

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <string>
 
-#include "vyn/core/log_output.h"
-#include "vyn/platform/system_time.h"
+#include "vyn/base/platform_types.h"
+#include "vyn/core/log_event_type.h"
 
 struct _VYN_SYSTEM_LOG_EX_ENTRY {
   int64_t llNumber = 0;    // the log's running number when the entry was accepted

@@ -6,8 +6,8 @@
 
 namespace vyn::platform {
 
-// Milliseconds of the monotonic clock, wrapping at 32 bits like the
-// original tick count; compare two readings with unsigned subtraction.
+// Milliseconds of the monotonic clock, wrapping at 32 bits (every 49.7
+// days); compare two readings with unsigned subtraction.
 uint32_t GetTickCount();
 
 // High-resolution counter in nanoseconds; the frequency is 1e9 per second.

@@ -4,7 +4,7 @@
 // Thread-safety: callable from any thread; the flag is atomic.
 #pragma once
 
-#include "vyn/platform/exception_pointers.h"
+#include "vyn/base/exception_pointers.h"
 
 namespace vyn::platform {
 

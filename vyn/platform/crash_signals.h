@@ -21,7 +21,7 @@
 
 #include <cstdint>
 
-#include "vyn/platform/exception_pointers.h"
+#include "vyn/base/exception_pointers.h"
 
 namespace vyn::platform {
 

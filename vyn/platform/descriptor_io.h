@@ -51,7 +51,7 @@ struct DescriptorReadiness {
 // wake-up event alone; `wake_up` may be null. Interrupted waits are resumed
 // with the time that is left. All flags false means the time ran out (or the
 // wait itself failed, which the caller treats the same way).
-DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable,
-                                      const WakeUpEvent* wake_up, int timeout_ms);
+DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable, WakeUpEvent* wake_up,
+                                      int timeout_ms);
 
 }  // namespace vyn::platform

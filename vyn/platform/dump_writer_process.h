@@ -19,7 +19,7 @@
 
 #include <cstdint>
 
-#include "vyn/platform/exception_pointers.h"
+#include "vyn/base/exception_pointers.h"
 #include "vyn/platform/system_time.h"
 
 namespace vyn::platform {

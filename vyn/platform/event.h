@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "vyn/base/mutex.h"
+
 namespace vyn::platform {
 
 inline constexpr uint32_t kInfinite = 0xFFFFFFFF;
@@ -30,9 +32,9 @@ class Event {
 
  private:
   const bool manual_reset_;
-  mutable std::mutex mutex_;
+  mutable vyn::Mutex mutex_;
   std::condition_variable changed_;
-  bool set_;
+  bool set_ VYN_GUARDED_BY(mutex_);
 };
 
 }  // namespace vyn::platform

@@ -1,5 +1,4 @@
-// INI ("private profile") files, with the rules applications know from the
-// original platform:
+// INI ("private profile") files, with these rules:
 // - sections are headed by "[name]", entries are "key=value" lines;
 // - section and key names compare without regard to ASCII letter case;
 // - white space around names and values is trimmed, and a value enclosed in

@@ -1,21 +1,11 @@
 // Calendar time and file time (100 ns units since 1601-01-01 00:00:00),
-// with the validation rules applications know from the original platform.
+// with the validation rules below.
 // Thread-safety: all functions are safe from any thread.
 #pragma once
 
 #include <cstdint>
 
-// Calendar date and time; eight unsigned 16-bit fields in this order.
-struct SYSTEMTIME {
-  uint16_t wYear;
-  uint16_t wMonth;
-  uint16_t wDayOfWeek;  // 0 = Sunday
-  uint16_t wDay;
-  uint16_t wHour;
-  uint16_t wMinute;
-  uint16_t wSecond;
-  uint16_t wMilliseconds;
-};
+#include "vyn/base/platform_types.h"
 
 namespace vyn::platform {
 

@@ -6,13 +6,7 @@
 #include <cstdint>
 #include <string>
 
-// The platform's security record of a new thread; accepted for source
-// compatibility and ignored on Linux.
-struct SECURITY_ATTRIBUTES {
-  uint32_t nLength;
-  void* lpSecurityDescriptor;
-  int bInheritHandle;
-};
+#include "vyn/base/platform_types.h"
 
 namespace vyn::platform {
 

@@ -16,7 +16,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 
 class VYN_EXPORT CVYNMessage {
  public:

@@ -1,15 +1,17 @@
 #include "vyn/queue/message_queue.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <new>
 #include <utility>
 
+#include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
+#include "vyn/platform/wake_up_event.h"
 
 namespace {
 
@@ -18,7 +20,12 @@ constexpr uint32_t kIdleWaitMs = 500;
 
 }  // namespace
 
-CVYNMessageQueue::CVYNMessageQueue() : thread_name_("VYN Message Queue") {
+struct CVYNMessageQueue::WakeUp {
+  vyn::platform::WakeUpEvent event;
+};
+
+CVYNMessageQueue::CVYNMessageQueue()
+    : thread_name_("VYN Message Queue"), wake_up_(std::make_unique<WakeUp>()) {
   char context[24];
   std::snprintf(context, sizeof context, "0x%016llX",
                 static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(this)));
@@ -50,12 +57,12 @@ int32_t CVYNMessageQueue::Initialize(bool with_dispatch_thread) {
 int32_t CVYNMessageQueue::Terminate() {
   std::vector<CVYNMessageQueue*> owned;
   std::deque<CVYNMessage> discarded;
+  // Stopped before any lock is taken: its handler may be inside a call of
+  // this queue, which needs them.
+  StopDispatchThread();
   {
-    CVYNSynchronize receivers(&receiver_lock_, true);
-    CVYNSynchronize messages(&message_lock_, true);
-    // The dispatch thread cannot be stuck on the message lock meanwhile: it
-    // waits for it at most 100 ms.
-    StopDispatchThread();
+    vyn::ScopedLock receivers(&receiver_lock_);
+    vyn::ScopedLock messages(&message_lock_);
     owned.swap(receivers_);
     discarded.swap(messages_);
     message_count_.store(0, std::memory_order_relaxed);
@@ -79,7 +86,7 @@ int32_t CVYNMessageQueue::PushMessage(CVYNMessage& message) {
   // are copied.
   CVYNMessage copy(message);
   {
-    CVYNSynchronize guard(&message_lock_, true);
+    vyn::ScopedLock guard(&message_lock_);
     try {
       messages_.push_back(std::move(copy));
     } catch (const std::bad_alloc&) {
@@ -89,20 +96,21 @@ int32_t CVYNMessageQueue::PushMessage(CVYNMessage& message) {
   }
   // Woken after the lock is given back, so that the woken thread finds it
   // free rather than starting its 1 ms polling.
-  WakeDispatchThread(false);
+  wake_up_->event.Signal();
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNMessageQueue::PopMessage(CVYNMessage& message) {
   CVYNMessage oldest;
-  {
-    CVYNSynchronize guard(&message_lock_, false);
-    if (guard.Enter(kMessageLockWaitMs) != VYN_STATUS_SUCCESS) return VYN_STATUS_TIMEOUT;
-    if (messages_.empty()) return VYN_STATUS_UNSPECIFIC_ERROR;
+  if (!vyn::TryLockFor(&message_lock_, kMessageLockWaitMs)) return VYN_STATUS_TIMEOUT;
+  const bool found = !messages_.empty();
+  if (found) {
     oldest = std::move(messages_.front());
     messages_.pop_front();
     message_count_.fetch_sub(1, std::memory_order_relaxed);
   }
+  LeaveCriticalSection(&message_lock_);
+  if (!found) return VYN_STATUS_UNSPECIFIC_ERROR;
   // The argument's previous buffer is released outside the lock.
   message = std::move(oldest);
   return VYN_STATUS_SUCCESS;
@@ -110,7 +118,7 @@ int32_t CVYNMessageQueue::PopMessage(CVYNMessage& message) {
 
 int32_t CVYNMessageQueue::Register(CVYNMessageQueue* queue) {
   if (queue == nullptr || queue == this) return VYN_STATUS_INVALID_PARAMETER;
-  CVYNSynchronize guard(&receiver_lock_, true);
+  vyn::ScopedLock guard(&receiver_lock_);
   if (std::find(receivers_.begin(), receivers_.end(), queue) != receivers_.end()) {
     return VYN_STATUS_SUCCESS;
   }
@@ -123,7 +131,7 @@ int32_t CVYNMessageQueue::Register(CVYNMessageQueue* queue) {
 }
 
 int32_t CVYNMessageQueue::Unregister(CVYNMessageQueue* queue) {
-  CVYNSynchronize guard(&receiver_lock_, true);
+  vyn::ScopedLock guard(&receiver_lock_);
   const auto found = std::find(receivers_.begin(), receivers_.end(), queue);
   if (found == receivers_.end()) return VYN_STATUS_NOT_FOUND;
   receivers_.erase(found);
@@ -131,7 +139,7 @@ int32_t CVYNMessageQueue::Unregister(CVYNMessageQueue* queue) {
 }
 
 int32_t CVYNMessageQueue::Notify(CVYNMessage& message) {
-  CVYNSynchronize guard(&receiver_lock_, true);
+  vyn::ScopedLock guard(&receiver_lock_);
   for (CVYNMessageQueue* queue : receivers_) queue->PushMessage(message);
   return VYN_STATUS_SUCCESS;
 }
@@ -165,8 +173,9 @@ int32_t CVYNMessageQueue::RunMessageLoopThread() {
       DispatchMessage(message);
       continue;
     }
-    // Nothing pending, or the lock was busy for 100 ms.
-    WaitForWakeUp(kIdleWaitMs);
+    // Nothing pending, or the lock was busy for 100 ms. A push between the
+    // failed pop and this wait has raised the wake-up already.
+    wake_up_->event.Wait(kIdleWaitMs);
   }
   return VYN_STATUS_SUCCESS;
 }
@@ -201,33 +210,8 @@ void CVYNMessageQueue::StopDispatchThread() {
   // The stop request first, then the wake-up: the woken loop must already
   // find its running flag cleared.
   dispatch_thread_.DestroyThread(false);
-  WakeDispatchThread(true);
+  wake_up_->event.Signal();
   dispatch_thread_.DestroyThread(true);
-}
-
-void CVYNMessageQueue::WakeDispatchThread(bool always) {
-  // The count went up before this look (both sequentially consistent), and
-  // the thread raises the flag before it looks at the count: one of the two
-  // sees the other, so no push goes unnoticed.
-  if (!always && !thread_idle_.load()) return;
-  {
-    std::lock_guard lock(wake_mutex_);
-    wake_pending_ = true;
-  }
-  wake_changed_.notify_one();
-}
-
-void CVYNMessageQueue::WaitForWakeUp(uint32_t milliseconds) {
-  std::unique_lock lock(wake_mutex_);
-  thread_idle_.store(true);
-  // A push between the failed pop and the raised flag did not look for a
-  // sleeper; its message is counted already.
-  if (message_count_.load() == 0) {
-    wake_changed_.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                           [this] { return wake_pending_; });
-  }
-  thread_idle_.store(false);
-  wake_pending_ = false;
 }
 
 int32_t CVYNMessageQueue::AddOutput(const std::string& text, _VYNSystemLogExEventType type) {

@@ -35,17 +35,28 @@
 // the dispatch thread, never twice at the same time for one queue.
 // GetMessagesCount reads a counter without a lock: the value is a snapshot.
 //
-// Lock order: the receiver lock, then the message lock, then the dispatch
-// thread's own lock (Terminate takes them in this order). Notify holds the
+// Lock order: the receiver lock, then the message lock. Notify holds the
 // receiver lock while it pushes into each receiver, that is while it takes
-// each receiver's message lock. PopMessage waits at most 100 ms for the
-// message lock; every other operation waits as long as needed.
-// Terminate holds both locks while it waits for the dispatch thread to end,
-// so a ProcessMessage must not call PushMessage, Notify, Register or
-// Unregister of its own queue once Terminate may have begun. It stops and
-// deletes the registered queues only after giving both locks back, so their
-// handlers may call into this queue meanwhile. The wake-up mutex of the
-// dispatch thread is taken alone, never while another lock is requested.
+// each receiver's message lock (a receiver's receiver lock is never taken
+// under it). PopMessage waits at most 100 ms for the message lock; every
+// other operation waits as long as needed. Neither lock is held while a
+// thread is waited for: Terminate stops the dispatch thread first and takes
+// the locks only to empty the queue and the list, and stops and deletes the
+// registered queues after giving them back, so a handler may call any
+// operation of its own queue (or of the queue it is registered with) at any
+// time, also while Terminate waits for it. The dispatch thread's wake-up
+// (an atomic flag and an eventfd) takes no lock.
+//
+// Backlog: the queue of pending messages has no bound, on purpose. The
+// library publishes received frames through Notify on the serial thread,
+// which must never block on a slow application, and a dropped frame would
+// be a lie about the link. A receiver that falls behind holds every message
+// it has not handled yet: about 35 bytes per message plus its buffer
+// (measured: 1,081 bytes for a received frame's 1,048-byte record,
+// bench/backlog_bench.cpp), so a device sending 1,000 frames a second to a
+// receiver that handles none grows it by about 1.1 MB a second.
+// GetMessagesCount shows the backlog; a push that finds no memory answers
+// VYN_STATUS_NO_MEMORY.
 //
 // Log entries carry the caller "CVYNMessageQueue" and, as context, the
 // queue's address: "0x" and 16 upper-case hexadecimal digits (the 8 digits
@@ -53,16 +64,16 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
-#include "vyn/platform/critical_section.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
+#include "vyn/core/log_event_type.h"
 #include "vyn/queue/message.h"
 #include "vyn/threads/monitored_thread.h"
 
@@ -118,19 +129,14 @@ class VYN_EXPORT CVYNMessageQueue {
   void ReportException(const CVYNMessage& message, const char* what) noexcept;
   // Stops the dispatch thread and waits for it.
   void StopDispatchThread();
-  // Wakes an idle dispatch thread; with `always`, also a thread that is
-  // about to wait (a stop must never be missed).
-  void WakeDispatchThread(bool always);
-  // Waits at most `milliseconds` for a wake-up, and consumes it.
-  void WaitForWakeUp(uint32_t milliseconds);
   int32_t AddOutput(const std::string& text, _VYNSystemLogExEventType type);
 
   CVYNMonitoredThread dispatch_thread_;
   std::string thread_name_;
-  std::deque<CVYNMessage> messages_;  // guarded by message_lock_, oldest first
-  CRITICAL_SECTION message_lock_;
-  std::vector<CVYNMessageQueue*> receivers_;  // guarded by receiver_lock_
-  CRITICAL_SECTION receiver_lock_;            // taken before message_lock_
+  CRITICAL_SECTION receiver_lock_;
+  CRITICAL_SECTION message_lock_ VYN_ACQUIRED_AFTER(receiver_lock_);
+  std::deque<CVYNMessage> messages_ VYN_GUARDED_BY(message_lock_);  // oldest first
+  std::vector<CVYNMessageQueue*> receivers_ VYN_GUARDED_BY(receiver_lock_);
   std::string context_;
   // Written under message_lock_, read without it.
   std::atomic<int32_t> message_count_{0};
@@ -139,15 +145,10 @@ class VYN_EXPORT CVYNMessageQueue {
   // lock is given back) and by a stop. A wake-up of its own rather than the
   // thread's soft-stop flag and stop event: a push racing the loop's reset
   // of those two could leave the event set and the flag clear, and the idle
-  // loop would then spin until the next push. A push looks for a sleeper
-  // through thread_idle_ alone and takes the mutex only when there is one,
-  // so a busy thread costs a push nothing; the condition is notified after
-  // the mutex is given back, so that the woken thread does not at once
-  // block on it.
-  std::atomic<bool> thread_idle_{false};
-  std::mutex wake_mutex_;
-  std::condition_variable wake_changed_;
-  bool wake_pending_ = false;  // guarded by wake_mutex_
+  // loop would then spin until the next push. It costs a push a system call
+  // only when the thread is idle. Kept out of this header (platform layer).
+  struct WakeUp;
+  std::unique_ptr<WakeUp> wake_up_;
 };
 
 VYN_EXPORT CVYNMessageQueue& GetVYNMessageQueue();

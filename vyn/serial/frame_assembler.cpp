@@ -1,11 +1,11 @@
-#include "vyn/serial/frame_assembler.h"
+#include "vyn/serial/internal/frame_assembler.h"
 
 #include <cstdio>
 #include <cstring>
 #include <utility>
 
 #include "vyn/core/status.h"
-#include "vyn/device/frame_bytes.h"
+#include "vyn/device/internal/frame_bytes.h"
 
 using vyn::device::Read16;
 using vyn::device::Sum8;

@@ -7,15 +7,20 @@
 #include <memory>
 #include <new>
 
+#include "vyn/core/internal/log_output.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
 #include "vyn/device/command_set.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/descriptor_io.h"
+#include "vyn/platform/event.h"
+#include "vyn/platform/serial_device.h"
 #include "vyn/platform/system_time.h"
+#include "vyn/platform/wake_up_event.h"
 #include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
+#include "vyn/serial/internal/frame_assembler.h"
 
 namespace {
 
@@ -38,8 +43,16 @@ int32_t SerialPortThreadFunction(void* /*parameter*/) {
 
 }  // namespace
 
-CVYNSerialPort::CVYNSerialPort() {
-  assembler_.SetSink([this](const unsigned char* frame, uint16_t length) {
+struct CVYNSerialPort::Io {
+  vyn::platform::SerialDevice device;
+  vyn::platform::WakeUpEvent wake;
+  vyn::platform::Event slot_free{true, true};
+  vyn::platform::Event close_done{true, true};
+  CVYNFrameAssembler assembler;
+};
+
+CVYNSerialPort::CVYNSerialPort() : io_(std::make_unique<Io>()) {
+  io_->assembler.SetSink([this](const unsigned char* frame, uint16_t length) {
     PublishFrame(MSG_SERIAL_FRAME_RECEIVED, frame, length);
   });
 }
@@ -93,15 +106,16 @@ int32_t CVYNSerialPort::GetBaudRateAsID(int32_t* baud_id) {
 int32_t CVYNSerialPort::GetBaudRate() { return static_cast<int32_t>(kBaudRates[baud_id_]); }
 
 int32_t CVYNSerialPort::SetProtocol(unsigned short protocol) {
-  return assembler_.SetProtocol(protocol);
+  return io_->assembler.SetProtocol(protocol);
 }
 
 int32_t CVYNSerialPort::InitializeSerialPortStatus() {
-  assembler_.InitializeStatistics();
+  io_->assembler.InitializeStatistics();
   return VYN_STATUS_SUCCESS;
 }
 
-void CVYNSerialPort::LogOpenFailure(vyn::platform::SerialOpenStep step, int error) {
+void CVYNSerialPort::LogOpenFailure(int step_value, int error) {
+  const auto step = static_cast<vyn::platform::SerialOpenStep>(step_value);
   int text = 1;
   switch (step) {
     case vyn::platform::SerialOpenStep::kReadSettings:
@@ -125,12 +139,12 @@ void CVYNSerialPort::LogOpenFailure(vyn::platform::SerialOpenStep step, int erro
 int32_t CVYNSerialPort::OpenDevice(bool report, bool pause_on_failure) {
   CVYNSynchronize pass(&pass_lock_, true);
   const std::string path = vyn::platform::SerialDevicePath(GetCOMPort(nullptr));
-  device_.Close();
-  assembler_.InitializeStatistics();
+  io_->device.Close();
+  io_->assembler.InitializeStatistics();
   vyn::platform::SerialOpenStep step = vyn::platform::SerialOpenStep::kNone;
   int error = 0;
-  if (!device_.Open(path, kBaudRates[baud_id_], &step, &error)) {
-    if (report) LogOpenFailure(step, error);
+  if (!io_->device.Open(path, kBaudRates[baud_id_], &step, &error)) {
+    if (report) LogOpenFailure(static_cast<int>(step), error);
     pass.Leave();
     if (pause_on_failure) vyn::platform::SleepMilliseconds(kPauseAfterFailedOpenMs);
     return VYN_STATUS_UNSPECIFIC_ERROR;
@@ -142,7 +156,7 @@ int32_t CVYNSerialPort::OpenSerialPort(bool report) {
   if (!report && !thread_.IsRunning()) return VYN_STATUS_UNSPECIFIC_ERROR;
   // Let a running pass end, so that the pass lock comes free.
   ++pass_waiters_;
-  wake_.Signal();
+  io_->wake.Signal();
   const int32_t opened = OpenDevice(report, true);
   --pass_waiters_;
   return opened;
@@ -152,15 +166,15 @@ int32_t CVYNSerialPort::CloseSerialPort(bool /*unused*/) {
   if (thread_.IsRunning()) {
     // The receiving thread owns the device while it runs: it closes it at its
     // next pass, as if the port had been closed under a pending read.
-    close_done_.Reset();
+    io_->close_done.Reset();
     close_requested_ = true;
-    wake_.Signal();
-    close_done_.Wait(2000);
+    io_->wake.Signal();
+    io_->close_done.Wait(2000);
     return VYN_STATUS_SUCCESS;
   }
   ++pass_waiters_;
   CVYNSynchronize pass(&pass_lock_, true);
-  device_.Close();
+  io_->device.Close();
   --pass_waiters_;
   return VYN_STATUS_SUCCESS;
 }
@@ -176,11 +190,11 @@ int32_t CVYNSerialPort::InitializeReceivingThread() {
 
 int32_t CVYNSerialPort::TerminateReceivingThread() {
   stopping_ = true;
-  wake_.Signal();
+  io_->wake.Signal();
   thread_.DestroyThread(true);
   stopping_ = false;
   CVYNSynchronize pass(&pass_lock_, true);
-  device_.Close();
+  io_->device.Close();
   return VYN_STATUS_SUCCESS;
 }
 
@@ -196,10 +210,10 @@ int32_t CVYNSerialPort::SendCommand(unsigned char* frame, uint32_t length) {
   }
   GetVYNCommandSet().CalculateChecksums(frame);
   std::memcpy(send_slot_, frame, length);
-  slot_free_.Reset();
+  io_->slot_free.Reset();
   // Publishing the length makes the frame visible; the bytes are in place.
   send_length_.store(length, std::memory_order_release);
-  wake_.Signal();
+  io_->wake.Signal();
   return VYN_STATUS_SUCCESS;
 }
 
@@ -209,7 +223,7 @@ int32_t CVYNSerialPort::WaitWhileBusy(uint32_t milliseconds) {
     const uint32_t elapsed = GetTickCount() - start;
     if (elapsed >= milliseconds) return VYN_STATUS_TIMEOUT;
     if (send_length_.load(std::memory_order_acquire) == 0) return VYN_STATUS_SUCCESS;
-    slot_free_.Wait(milliseconds - elapsed);
+    io_->slot_free.Wait(milliseconds - elapsed);
   }
 }
 
@@ -220,10 +234,10 @@ int32_t CVYNSerialPort::SetDumpMode(uint32_t mode) {
 
 uint32_t CVYNSerialPort::GetDumpMode() { return dump_mode_; }
 
-std::string CVYNSerialPort::GetSerialPortStatus() { return assembler_.FormatStatistics(); }
+std::string CVYNSerialPort::GetSerialPortStatus() { return io_->assembler.FormatStatistics(); }
 
-CVYNFrameAssembler::Statistics CVYNSerialPort::GetSerialPortStatistics() {
-  return assembler_.GetStatistics();
+_SERIAL_LINK_STATISTICS CVYNSerialPort::GetSerialPortStatistics() {
+  return io_->assembler.GetStatistics();
 }
 
 void CVYNSerialPort::PublishFrame(uint32_t message_type, const unsigned char* frame,
@@ -239,28 +253,28 @@ void CVYNSerialPort::PublishFrame(uint32_t message_type, const unsigned char* fr
 
 void CVYNSerialPort::DropWaitingFrame() {
   send_length_.store(0, std::memory_order_release);
-  slot_free_.Set();
+  io_->slot_free.Set();
 }
 
 void CVYNSerialPort::WriteWaitingFrame() {
   const uint32_t length = send_length_.load(std::memory_order_acquire);
   if (length == 0) return;
-  bool written = device_.IsOpen();
+  bool written = io_->device.IsOpen();
   size_t done = 0;
   while (written && done < length) {
     const auto result =
-        vyn::platform::WriteDescriptor(device_.descriptor(), send_slot_ + done, length - done);
+        vyn::platform::WriteDescriptor(io_->device.descriptor(), send_slot_ + done, length - done);
     if (result.status == IoStatus::kDone) {
       done += result.count;
     } else if (result.status == IoStatus::kWouldBlock && !stopping_) {
       // The line is slower than us: wait until it takes more, or a stop.
-      vyn::platform::WaitForDescriptor(device_.descriptor(), true, &wake_, 50);
-      wake_.Clear();
+      vyn::platform::WaitForDescriptor(io_->device.descriptor(), true, &io_->wake, 50);
+      io_->wake.Clear();
     } else {
       written = false;
     }
   }
-  if (written) assembler_.CountSentFrame(length);
+  if (written) io_->assembler.CountSentFrame(length);
   // Reported whether or not the write succeeded, and the slot is freed.
   PublishFrame(MSG_SERIAL_FRAME_SENT, send_slot_, length);
   DropWaitingFrame();
@@ -272,8 +286,8 @@ bool CVYNSerialPort::ReadBurst(unsigned char* buffer) {
   // A frame waiting to go out ends the read early: on a busy line the
   // writes would otherwise wait for the whole burst.
   while (held < kReadBufferSize && send_length_.load(std::memory_order_relaxed) == 0) {
-    const auto result =
-        vyn::platform::ReadDescriptor(device_.descriptor(), buffer + held, kReadBufferSize - held);
+    const auto result = vyn::platform::ReadDescriptor(io_->device.descriptor(), buffer + held,
+                                                      kReadBufferSize - held);
     if (result.status == IoStatus::kDone) {
       held += result.count;
       continue;
@@ -285,13 +299,13 @@ bool CVYNSerialPort::ReadBurst(unsigned char* buffer) {
     // Quiet for 2 ms ends the read, as the interval time-out would; so does
     // a wake-up (a frame to write, a stop), which the pass then handles.
     const auto ready =
-        vyn::platform::WaitForDescriptor(device_.descriptor(), false, &wake_, kQuietLineMs);
+        vyn::platform::WaitForDescriptor(io_->device.descriptor(), false, &io_->wake, kQuietLineMs);
     if (!ready.readable || ready.woken) {
       alive = !ready.hung_up || ready.readable;
       break;
     }
   }
-  if (held > 0) assembler_.Feed(buffer, held, GetTickCount());
+  if (held > 0) io_->assembler.Feed(buffer, held, GetTickCount());
   return alive;
 }
 
@@ -303,7 +317,7 @@ int CVYNSerialPort::WaitTimeoutMs(uint32_t now) const {
     return since > period ? 0 : static_cast<int>(period - since + 1);
   };
   int timeout = kIdleWaitMs;
-  const uint32_t last = assembler_.GetTimeOfLastReception();
+  const uint32_t last = io_->assembler.GetTimeOfLastReception();
   if (last != 0) timeout = std::min(timeout, until(last, CVYNFrameAssembler::kReceptionTimeoutMs));
   if (dump_mode_ != 0)
     timeout = std::min(timeout, until(last_statistics_tick_, kStatisticsPeriodMs));
@@ -322,7 +336,7 @@ int32_t CVYNSerialPort::RunSerialPortThread() {
     thread_.UpdateStatus();
     const uint32_t now = GetTickCount();
     if (dump_mode_ != 0 && now - last_statistics_tick_ > kStatisticsPeriodMs) {
-      AddOutput(assembler_.FormatStatistics(), VYN_EVENT_DEBUG);
+      AddOutput(io_->assembler.FormatStatistics(), VYN_EVENT_DEBUG);
       last_statistics_tick_ = now;
     }
     // Another thread waiting for the pass lock gets it before the next pass.
@@ -331,15 +345,15 @@ int32_t CVYNSerialPort::RunSerialPortThread() {
     if (close_requested_.exchange(false)) {
       const bool frame_waiting = send_length_ != 0;
       if (frame_waiting) DropWaitingFrame();
-      device_.Close();
-      close_done_.Set();
+      io_->device.Close();
+      io_->close_done.Set();
       if (!frame_waiting) {
         closed_under_us = true;
         break;
       }
       continue;
     }
-    if (!device_.IsOpen()) {
+    if (!io_->device.IsOpen()) {
       // A lost port: reopen it quietly by its name, 10 ms apart.
       if (OpenDevice(false, false) != VYN_STATUS_SUCCESS) {
         pass.Leave();
@@ -347,14 +361,14 @@ int32_t CVYNSerialPort::RunSerialPortThread() {
         continue;
       }
     }
-    const auto ready =
-        vyn::platform::WaitForDescriptor(device_.descriptor(), false, &wake_, WaitTimeoutMs(now));
-    if (ready.woken) wake_.Clear();
+    const auto ready = vyn::platform::WaitForDescriptor(io_->device.descriptor(), false, &io_->wake,
+                                                        WaitTimeoutMs(now));
+    if (ready.woken) io_->wake.Clear();
     if (send_length_.load(std::memory_order_acquire) != 0 && !stopping_) WriteWaitingFrame();
     bool alive = !ready.hung_up || ready.readable;
     if (ready.readable) alive = ReadBurst(buffer.get());
-    if (!alive) device_.Close();
-    assembler_.CheckTimeout(GetTickCount());
+    if (!alive) io_->device.Close();
+    io_->assembler.CheckTimeout(GetTickCount());
   }
   AddOutput(GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, 9), VYN_EVENT_INFORMATION);
   if (closed_under_us) thread_.EndOfThread();

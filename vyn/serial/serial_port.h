@@ -34,17 +34,15 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/core/log_event_type.h"
 #include "vyn/device/frame_format.h"
-#include "vyn/platform/critical_section.h"
-#include "vyn/platform/event.h"
-#include "vyn/platform/serial_device.h"
-#include "vyn/platform/wake_up_event.h"
-#include "vyn/serial/frame_assembler.h"
+#include "vyn/serial/serial_statistics.h"
 #include "vyn/threads/monitored_thread.h"
 
 class VYN_EXPORT CVYNSerialPort {
@@ -92,13 +90,13 @@ class VYN_EXPORT CVYNSerialPort {
   // The link statistics line ("Serial status; received; ...") and the
   // counters behind it.
   std::string GetSerialPortStatus();
-  CVYNFrameAssembler::Statistics GetSerialPortStatistics();
+  _SERIAL_LINK_STATISTICS GetSerialPortStatistics();
 
  private:
   int32_t AddOutput(std::string text, _VYNSystemLogExEventType type);
   // Open, configure and count from 0; logs failures when `report`.
   int32_t OpenDevice(bool report, bool pause_on_failure);
-  void LogOpenFailure(vyn::platform::SerialOpenStep step, int error);
+  void LogOpenFailure(int step, int error);
   void PublishFrame(uint32_t message_type, const unsigned char* frame, uint32_t length);
   // Writes the waiting frame; false when a stop cut the write short.
   void WriteWaitingFrame();
@@ -113,17 +111,16 @@ class VYN_EXPORT CVYNSerialPort {
   std::atomic<uint32_t> dump_mode_{0};
   uint32_t last_statistics_tick_ = 0;
   CRITICAL_SECTION pass_lock_;
-  vyn::platform::SerialDevice device_;
   CVYNMonitoredThread thread_;
-  vyn::platform::WakeUpEvent wake_;
-  vyn::platform::Event slot_free_{true, true};
   unsigned char send_slot_[kSendSlotSize] = {};
   std::atomic<uint32_t> send_length_{0};
   std::atomic<bool> stopping_{false};
   std::atomic<bool> close_requested_{false};
   std::atomic<int> pass_waiters_{0};
-  vyn::platform::Event close_done_{true, true};
-  CVYNFrameAssembler assembler_;
+  // The device, the wake-up of the thread, the events and the assembler:
+  // built on the platform layer, so kept out of this header.
+  struct Io;
+  std::unique_ptr<Io> io_;
 };
 
 VYN_EXPORT CVYNSerialPort& GetVYNSerialPort();

@@ -29,7 +29,10 @@ void CVYNMonitoredThread::UpdateStatus() {
 }
 
 void CVYNMonitoredThread::Freeze() {
-  while (IsRunning()) {
+  // The one way out is the owner's stop of this object's own thread; any
+  // other caller (an application thread that uses the object only for its
+  // heartbeat, say) stays here for good.
+  while (!IsCallingThread() || IsRunning()) {
     // The stop event may already be set (a soft stop, say); sleep then, so
     // that a frozen thread costs no processor time.
     if (Sleep(kFreezeStepMs) != VYN_STATUS_SUCCESS) {

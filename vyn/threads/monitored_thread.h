@@ -6,20 +6,23 @@
 // Once the monitor has found a hung thread, every monitored thread freezes in
 // its next heartbeat: it waits on its stop event 100 ms at a time and does not
 // return, so that nothing changes while the process is being ended. The one
-// way out is a stop request that clears the running flag (DestroyThread): the
-// frozen thread then returns, so that its owner's stop does not wait for ever.
+// way out is a stop request (DestroyThread) for the object's own thread: that
+// thread then returns, so that its owner's stop does not wait for ever. Any
+// other thread that stamps heartbeats through the object stays frozen.
 //
 // Ownership: the monitor keeps a pointer, not ownership; the destructor stops
 // the thread first and then leaves the monitor's list.
 // Thread-safety: the heartbeat is one atomic 64-bit value, written by the
-// thread and read by the watchdog without a lock. Lock order: the monitor's
-// lock before the thread object's own lock.
+// thread and read by the watchdog without a lock. Registration takes the
+// monitor's lock; the thread object's own lock is never held across a wait,
+// so the thread can register and unregister while its owner waits for it.
+// Lock order: the monitor's lock before the thread object's own lock.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
-#include "vyn/core/export.h"
+#include "vyn/base/export.h"
 #include "vyn/threads/thread.h"
 
 class VYN_EXPORT CVYNMonitoredThread : public CVYNThread {

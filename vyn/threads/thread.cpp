@@ -1,97 +1,131 @@
 #include "vyn/threads/thread.h"
 
+#include <atomic>
 #include <exception>
 
-#include "vyn/core/log_output.h"
+#include "vyn/base/mutex.h"
+#include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/status.h"
-#include "vyn/core/synchronize.h"
+#include "vyn/platform/event.h"
+#include "vyn/platform/thread.h"
 
 using vyn::platform::kInfinite;
 
-CVYNThread::CVYNThread() = default;
+struct CVYNThread::State {
+  // The start record: written by CreateThread before the thread exists, read
+  // by the thread once at its start.
+  VYN_THREAD_FUNCTION function = nullptr;
+  void* parameter = nullptr;
+  std::string start_name;
+
+  // The object's lock (see the header): held for a few instructions only.
+  CRITICAL_SECTION lock;
+  vyn::platform::ThreadHandle handle VYN_GUARDED_BY(lock) = 0;
+  bool has_handle VYN_GUARDED_BY(lock) = false;
+  // Someone waits in DestroyThread(true) for the end and will release it.
+  bool join_claimed VYN_GUARDED_BY(lock) = false;
+
+  std::atomic<uint32_t> thread_id{0};
+  std::atomic<bool> running{false};
+  std::atomic<bool> soft_stop{false};
+  std::atomic<uint32_t> exit_code{0};
+  // The kernel id of the thread while its procedure runs, 0 otherwise.
+  std::atomic<uint32_t> procedure_thread_id{0};
+
+  vyn::Mutex name_mutex;  // a leaf: nothing is called while it is held
+  std::string name VYN_GUARDED_BY(name_mutex);
+
+  vyn::platform::Event start_event{true};
+  vyn::platform::Event stop_event{true};
+  // Set by the new thread once its id is known.
+  vyn::platform::Event id_published{true};
+  // Set when the procedure is done with the object, so that a released but
+  // still finishing thread can be waited for before the object is reused or
+  // goes away.
+  vyn::platform::Event procedure_done{true, true};
+  // Set when the handle has been released (joined or detached).
+  vyn::platform::Event released{true, true};
+
+  std::string Name() {
+    vyn::MutexLock name_lock(&name_mutex);
+    return name;
+  }
+};
+
+CVYNThread::CVYNThread() : state_(std::make_unique<State>()) {}
 
 CVYNThread::~CVYNThread() {
-  bool on_own_thread = false;
-  {
-    CVYNSynchronize guard(&lock_, true);
-    if (HasThread()) {
-      stop_event_.Set();
-      running_ = false;
-      // An object destroyed by its own thread cannot wait for that thread.
-      on_own_thread = vyn::platform::IsCurrentThread(handle_);
-      if (on_own_thread) {
-        vyn::platform::DetachThread(handle_);
-      } else {
-        vyn::platform::JoinThread(handle_);
-      }
-      has_handle_ = false;
-      thread_id_ = 0;
-    }
-  }
+  const bool on_own_thread = Stop(true, true);
   // A thread released with EndOfThread may still be running the end of its
   // procedure, which touches this object: wait for it unless it is us.
-  if (!on_own_thread && procedure_thread_id_ != vyn::platform::GetCurrentThreadId()) {
-    procedure_done_.Wait(kInfinite);
-  }
+  if (!on_own_thread && !IsCallingThread()) state_->procedure_done.Wait(kInfinite);
 }
 
 int32_t CVYNThread::CreateThread(VYN_THREAD_FUNCTION function, void* parameter,
                                  SECURITY_ATTRIBUTES* /*security_attributes*/, uint32_t stack_size,
                                  uint32_t /*creation_flags*/, bool wait_for_start) {
-  CVYNSynchronize guard(&lock_, true);
-  if (HasThread()) return VYN_STATUS_BUSY;
-  // A released thread may still be finishing its procedure; the record and
-  // events below are its, until it is done.
-  procedure_done_.Wait(kInfinite);
-  start_record_.owner = this;
-  start_record_.function = function;
-  start_record_.parameter = parameter;
-  {
-    std::lock_guard name_lock(name_mutex_);
-    start_record_.name = name_;
+  State& s = *state_;
+  for (;;) {
+    {
+      vyn::ScopedLock guard(&s.lock);
+      if (s.has_handle) return VYN_STATUS_BUSY;
+      // A released thread that is still finishing its procedure owns the
+      // start record and the events until it is done: wait for it below,
+      // without the lock, and look again.
+      if (s.procedure_done.IsSet()) {
+        s.function = function;
+        s.parameter = parameter;
+        s.start_name = s.Name();
+        s.start_event.Reset();
+        s.stop_event.Reset();
+        s.id_published.Reset();
+        s.procedure_done.Reset();
+        s.released.Reset();
+        s.thread_id = 0;
+        s.join_claimed = false;
+        s.running = true;
+        if (!vyn::platform::StartThread(&CVYNThread::ThreadProcedure, this, stack_size,
+                                        &s.handle)) {
+          s.running = false;
+          s.procedure_done.Set();
+          s.released.Set();
+          return VYN_STATUS_INVALID_HANDLE;
+        }
+        s.has_handle = true;
+        break;
+      }
+    }
+    s.procedure_done.Wait(kInfinite);
   }
-  start_event_.Reset();
-  stop_event_.Reset();
-  id_published_.Reset();
-  procedure_done_.Reset();
-  thread_id_ = 0;
-  running_ = true;
-  if (!vyn::platform::StartThread(&CVYNThread::ThreadProcedure, this, stack_size, &handle_)) {
-    running_ = false;
-    procedure_done_.Set();
-    return VYN_STATUS_INVALID_HANDLE;
-  }
-  has_handle_ = true;
-  if (wait_for_start) start_event_.Wait(kInfinite);
+  if (wait_for_start) s.start_event.Wait(kInfinite);
   return VYN_STATUS_SUCCESS;
 }
 
 void CVYNThread::ThreadProcedure(void* self) { static_cast<CVYNThread*>(self)->RunProcedure(); }
 
 void CVYNThread::RunProcedure() {
-  const StartRecord record = start_record_;
-  procedure_thread_id_ = vyn::platform::GetCurrentThreadId();
-  thread_id_ = procedure_thread_id_.load();
-  id_published_.Set();
-  vyn::platform::SetCurrentThreadName(record.name);
+  State& s = *state_;
+  s.procedure_thread_id = vyn::platform::GetCurrentThreadId();
+  s.thread_id = s.procedure_thread_id.load();
+  s.id_published.Set();
+  vyn::platform::SetCurrentThreadName(s.start_name);
 
-  uint32_t exit_code = exit_code_;
+  uint32_t exit_code = s.exit_code;
   // Nothing thrown may leave the thread: it would end the whole process.
   try {
     PreProcessThread();
-    if (record.function != nullptr) {
-      exit_code = static_cast<uint32_t>(record.function(record.parameter));
-    }
+    if (s.function != nullptr) exit_code = static_cast<uint32_t>(s.function(s.parameter));
   } catch (const std::exception& error) {
     exit_code = static_cast<uint32_t>(VYN_STATUS_EXCEPTION_CAUGHT);
     vyn::LogAddOutput(std::string("The thread function has thrown an exception: ") + error.what(),
-                      VYN_EVENT_EXCEPTION, record.name, "CVYNThread", "");
+                      VYN_EVENT_EXCEPTION, s.start_name, "CVYNThread", "");
   } catch (...) {
     exit_code = static_cast<uint32_t>(VYN_STATUS_EXCEPTION_CAUGHT);
     vyn::LogAddOutput("The thread function has thrown an exception.", VYN_EVENT_EXCEPTION,
-                      record.name, "CVYNThread", "");
+                      s.start_name, "CVYNThread", "");
   }
-  exit_code_ = exit_code;
+  s.exit_code = exit_code;
   try {
     PostProcessThread();
   } catch (...) {
@@ -99,110 +133,144 @@ void CVYNThread::RunProcedure() {
   }
   // An owner waiting for the start of a thread whose function ended without
   // signalling it must not wait for ever.
-  start_event_.Set();
-  procedure_done_.Set();  // the last touch of the object
+  s.start_event.Set();
+  s.procedure_thread_id = 0;
+  s.procedure_done.Set();  // the last touch of the object
 }
 
-void CVYNThread::StopLocked(bool wait) {
-  if (!HasThread()) return;
-  stop_event_.Set();
-  running_ = false;
-  if (!wait || vyn::platform::IsCurrentThread(handle_)) return;
-  vyn::platform::JoinThread(handle_);
-  has_handle_ = false;
-  thread_id_ = 0;
+bool CVYNThread::Stop(bool wait, bool detach_own) {
+  State& s = *state_;
+  vyn::platform::ThreadHandle handle = 0;
+  bool joins = false;
+  {
+    vyn::ScopedLock guard(&s.lock);
+    if (!s.has_handle) return false;
+    s.stop_event.Set();
+    s.running = false;
+    if (vyn::platform::IsCurrentThread(s.handle)) {
+      // A thread cannot wait for its own end.
+      if (detach_own && !s.join_claimed) {
+        vyn::platform::DetachThread(s.handle);
+        s.has_handle = false;
+        s.thread_id = 0;
+        s.released.Set();
+      }
+      return true;
+    }
+    if (!wait) return false;
+    if (!s.join_claimed) {
+      s.join_claimed = true;
+      joins = true;
+      handle = s.handle;
+    }
+  }
+  if (!joins) {
+    // Another caller is joining: wait for the same end.
+    s.released.Wait(kInfinite);
+    return false;
+  }
+  vyn::platform::JoinThread(handle);
+  {
+    vyn::ScopedLock guard(&s.lock);
+    s.has_handle = false;
+    s.join_claimed = false;
+    s.thread_id = 0;
+  }
+  s.released.Set();
+  return false;
 }
 
 int32_t CVYNThread::DestroyThread(bool wait) {
-  // From inside the thread: only the request. Taking the lock here could
-  // deadlock against an owner that holds it while it waits for our end.
-  if (procedure_thread_id_ == vyn::platform::GetCurrentThreadId()) {
-    stop_event_.Set();
-    running_ = false;
-    return VYN_STATUS_SUCCESS;
-  }
-  CVYNSynchronize guard(&lock_, true);
-  StopLocked(wait);
+  Stop(wait, false);
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNThread::EndOfThread() {
-  CVYNSynchronize guard(&lock_, true);
-  if (HasThread()) {
-    vyn::platform::DetachThread(handle_);
-    has_handle_ = false;
-    thread_id_ = 0;
-    running_ = false;
-  }
+  State& s = *state_;
+  vyn::ScopedLock guard(&s.lock);
+  if (!s.has_handle) return VYN_STATUS_SUCCESS;
+  s.running = false;
+  // A caller waiting in DestroyThread(true) joins and releases the thread.
+  if (s.join_claimed) return VYN_STATUS_SUCCESS;
+  vyn::platform::DetachThread(s.handle);
+  s.has_handle = false;
+  s.thread_id = 0;
+  s.released.Set();
   return VYN_STATUS_SUCCESS;
 }
 
-bool CVYNThread::IsRunning() const { return running_; }
+bool CVYNThread::IsRunning() const { return state_->running; }
+
+bool CVYNThread::IsCallingThread() const {
+  const uint32_t id = state_->procedure_thread_id;
+  return id != 0 && id == vyn::platform::GetCurrentThreadId();
+}
 
 int32_t CVYNThread::SetExitCode(uint32_t exit_code) {
-  exit_code_ = exit_code;
+  state_->exit_code = exit_code;
   return VYN_STATUS_SUCCESS;
 }
 
-uint32_t CVYNThread::GetExitCode() { return exit_code_; }
+uint32_t CVYNThread::GetExitCode() { return state_->exit_code; }
 
 int32_t CVYNThread::SignalStart() {
-  start_event_.Set();
+  state_->start_event.Set();
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNThread::Sleep(uint32_t milliseconds) {
-  return stop_event_.Wait(milliseconds) ? VYN_STATUS_OPERATION_BROKEN : VYN_STATUS_SUCCESS;
+  return state_->stop_event.Wait(milliseconds) ? VYN_STATUS_OPERATION_BROKEN : VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNThread::SetThreadName(std::string name) {
-  CVYNSynchronize guard(&lock_, true);
+  State& s = *state_;
   {
-    std::lock_guard name_lock(name_mutex_);
-    name_ = name;
+    vyn::MutexLock name_lock(&s.name_mutex);
+    s.name = name;
   }
-  if (HasThread()) {
-    if (vyn::platform::IsCurrentThread(handle_)) {
-      vyn::platform::SetCurrentThreadName(name);
-    } else {
-      // Renaming from outside names the object's thread, not the caller's.
-      vyn::platform::SetThreadName(handle_, name);
-    }
+  if (IsCallingThread()) {
+    vyn::platform::SetCurrentThreadName(name);
+    return VYN_STATUS_SUCCESS;
   }
+  // Renaming from outside names the object's thread, not the caller's. The
+  // lock keeps the handle from being released meanwhile; it is never held
+  // across a wait, so this cannot block for long.
+  vyn::ScopedLock guard(&s.lock);
+  if (s.has_handle) vyn::platform::SetThreadName(s.handle, name);
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNThread::SetThreadName() {
-  std::lock_guard name_lock(name_mutex_);
-  vyn::platform::SetCurrentThreadName(name_);
+  vyn::platform::SetCurrentThreadName(state_->Name());
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNThread::GetThreadName(std::string& name) {
-  CVYNSynchronize guard(&lock_, true);
-  if (!HasThread()) return VYN_STATUS_INVALID_HANDLE;
-  std::lock_guard name_lock(name_mutex_);
-  name = name_;
+  State& s = *state_;
+  vyn::ScopedLock guard(&s.lock);
+  if (!s.has_handle) return VYN_STATUS_INVALID_HANDLE;
+  name = s.Name();
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNThread::GetThreadID(uint32_t& id) {
-  CVYNSynchronize guard(&lock_, true);
-  if (!HasThread()) return VYN_STATUS_INVALID_HANDLE;
-  id = PublishedThreadId();
+  const uint32_t found = GetThreadID();
+  if (found == kNoThreadId) return VYN_STATUS_INVALID_HANDLE;
+  id = found;
   return VYN_STATUS_SUCCESS;
 }
 
 uint32_t CVYNThread::GetThreadID() {
-  CVYNSynchronize guard(&lock_, true);
-  return HasThread() ? PublishedThreadId() : kNoThreadId;
-}
-
-uint32_t CVYNThread::PublishedThreadId() {
+  State& s = *state_;
+  {
+    vyn::ScopedLock guard(&s.lock);
+    if (!s.has_handle) return kNoThreadId;
+  }
   // The id is known only inside the new thread, which publishes it first
-  // thing; the creator does not wait for that, the first reader does.
-  id_published_.Wait(kInfinite);
-  return thread_id_;
+  // thing, before it could take any lock; the first reader waits for that.
+  s.id_published.Wait(kInfinite);
+  const uint32_t id = s.thread_id;
+  return id != 0 ? id : kNoThreadId;
 }
 
 int32_t CVYNThread::SetSoftStop() {
@@ -211,13 +279,13 @@ int32_t CVYNThread::SetSoftStop() {
   // both. In the other order it could clear the flag, and our Set would
   // leave an event that no ResetSoftStop clears any more: every Sleep of the
   // thread would return at once until the next soft stop.
-  stop_event_.Set();
-  soft_stop_ = true;
+  state_->stop_event.Set();
+  state_->soft_stop = true;
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNThread::ResetSoftStop() {
-  if (soft_stop_.exchange(false)) stop_event_.Reset();
+  if (state_->soft_stop.exchange(false)) state_->stop_event.Reset();
   return VYN_STATUS_SUCCESS;
 }
 

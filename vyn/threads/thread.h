@@ -8,27 +8,39 @@
 //
 // Ownership: the object owns its events, its lock and the native thread; the
 // destructor stops and waits for a running thread.
-// Thread-safety: CreateThread, DestroyThread, EndOfThread, GetThreadName and
-// both GetThreadID take the object's lock. CreateThread (waiting for the
-// start) and DestroyThread(true) wait with the lock held, so a thread function
-// must call SignalStart before any operation of its own object that takes the
-// lock. IsRunning, Sleep, SignalStart, the soft-stop and exit-code operations
-// take no lock (atomic flags and events).
+//
+// Thread-safety: every operation may be called from any thread, the thread
+// itself included, at any time; none of them can deadlock against the thread
+// or against another caller.
+// - The object's lock guards the handle, the id and the running flag while
+//   they change (CreateThread, DestroyThread, EndOfThread, the destructor) and
+//   while GetThreadName and GetThreadID read them. It is held only for those
+//   few instructions, never while waiting: CreateThread waits for the start,
+//   and DestroyThread(true) for the end, after giving it back. So a thread
+//   may call any operation of its own object at any time (before SignalStart,
+//   after its stop was requested, from its ending hooks), and another thread
+//   may query the object while its owner waits for it.
+// - While one caller waits in DestroyThread(true) for the end, the object
+//   still has its thread: CreateThread answers VYN_STATUS_BUSY, EndOfThread
+//   leaves the release to that caller, and a second DestroyThread(true)
+//   waits for the same end.
+// - IsRunning, Sleep, SignalStart, the soft-stop and exit-code operations and
+//   the public SetThreadName take no lock that anything waits under (atomic
+//   flags, events, and a leaf lock of the name).
 // A stop requested from inside the thread itself (DestroyThread(true) on its
 // own object) cannot wait for its own end: it sets the stop event and clears
 // the running flag, and the owner's later DestroyThread(true) or destructor
 // collects the thread.
+// Lock order: a caller may hold locks of its own (the thread monitor's, say)
+// while it calls into this object; the object's own locks are leaves.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <memory>
 #include <string>
 
-#include "vyn/core/export.h"
-#include "vyn/platform/critical_section.h"
-#include "vyn/platform/event.h"
-#include "vyn/platform/thread.h"
+#include "vyn/base/export.h"
+#include "vyn/base/platform_types.h"
 
 // The work of a thread: takes the parameter, returns the exit code.
 using VYN_THREAD_FUNCTION = int32_t (*)(void*);
@@ -46,8 +58,9 @@ class VYN_EXPORT CVYNThread {
 
   // Starts the thread. VYN_STATUS_BUSY when the object already has a thread,
   // VYN_STATUS_INVALID_HANDLE when the platform refuses. With
-  // `wait_for_start`, returns only after the thread has called SignalStart.
-  // Security attributes and creation flags are accepted and ignored.
+  // `wait_for_start`, returns only after the thread has called SignalStart
+  // (or has ended without calling it). Security attributes and creation
+  // flags are accepted and ignored.
   virtual int32_t CreateThread(VYN_THREAD_FUNCTION function, void* parameter,
                                SECURITY_ATTRIBUTES* security_attributes, uint32_t stack_size,
                                uint32_t creation_flags, bool wait_for_start);
@@ -79,38 +92,19 @@ class VYN_EXPORT CVYNThread {
   virtual int32_t PostProcessThread();
   // Announces the stored name for the calling thread.
   int32_t SetThreadName();
+  // True on the thread this object started, while its procedure runs.
+  bool IsCallingThread() const;
 
  private:
+  struct State;
+
   static void ThreadProcedure(void* self);
   void RunProcedure();
-  bool HasThread() const { return has_handle_; }
-  uint32_t PublishedThreadId();
-  // Stops and, unless called from the thread itself, joins; under lock_.
-  void StopLocked(bool wait);
+  // Stop request, then (with `wait`, from another thread) the wait for the
+  // end and the release; `detach_own` releases the handle when called on the
+  // thread itself (the destructor's case). True when the caller is the
+  // thread itself.
+  bool Stop(bool wait, bool detach_own);
 
-  struct StartRecord {
-    CVYNThread* owner = nullptr;
-    VYN_THREAD_FUNCTION function = nullptr;
-    void* parameter = nullptr;
-    std::string name;  // copied at the start, so the thread never takes the lock
-  };
-
-  StartRecord start_record_;
-  std::atomic<uint32_t> thread_id_{0};
-  vyn::platform::ThreadHandle handle_ = 0;
-  bool has_handle_ = false;
-  std::atomic<bool> running_{false};
-  std::atomic<bool> soft_stop_{false};
-  std::atomic<uint32_t> exit_code_{0};
-  vyn::platform::Event start_event_{true};
-  CRITICAL_SECTION lock_;
-  std::string name_;       // guarded by name_mutex_, never by lock_, so the thread
-  std::mutex name_mutex_;  // itself may read it before it signals its start
-  vyn::platform::Event stop_event_{true};
-  // Set by the new thread once its id is known, and when the procedure is
-  // done with the object (so a released but still finishing thread can be
-  // waited for before the object goes away).
-  vyn::platform::Event id_published_{true};
-  vyn::platform::Event procedure_done_{true, true};
-  std::atomic<uint32_t> procedure_thread_id_{0};
+  std::unique_ptr<State> state_;
 };

@@ -4,13 +4,15 @@
 #include <cstdio>
 #include <vector>
 
+#include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/crash.h"
 #include "vyn/platform/system_time.h"
-#include "vyn/threads/thread_monitor_testing.h"
+#include "vyn/threads/internal/thread_monitor_testing.h"
 
 namespace {
 
@@ -20,6 +22,12 @@ constexpr uint32_t kPauseBeforeEndMs = 1;
 
 std::atomic<int64_t> g_hang_threshold{kHangThreshold100ns};
 std::atomic<uint32_t> g_check_period{kCheckPeriodMs};
+std::atomic<int64_t> g_fixed_now{0};  // 0: the real clock
+
+int64_t WatchdogNow() {
+  const int64_t fixed = g_fixed_now.load();
+  return fixed != 0 ? fixed : vyn::platform::GetSystemTimeAsFileTime();
+}
 
 int32_t MonitorThreadFunction(void* /*parameter*/) {
   return GetVYNThreadMonitor().RunMonitorThread();
@@ -36,13 +44,15 @@ void SetThreadMonitorTiming(int64_t hang_threshold_100ns, uint32_t check_period_
 
 void ResetThreadMonitorTiming() { SetThreadMonitorTiming(kHangThreshold100ns, kCheckPeriodMs); }
 
+void SetThreadMonitorClock(int64_t now_100ns) { g_fixed_now = now_100ns; }
+
 }  // namespace vyn::testing
 
 CVYNThreadMonitor::CVYNThreadMonitor() = default;
 
 CVYNThreadMonitor::~CVYNThreadMonitor() {
   {
-    CVYNSynchronize guard(&lock_, true);
+    vyn::ScopedLock guard(&lock_);
     for (CVYNMonitoredThread* object : objects_) object->registered_ = false;
     objects_.clear();
   }
@@ -51,12 +61,12 @@ CVYNThreadMonitor::~CVYNThreadMonitor() {
 }
 
 void CVYNThreadMonitor::RegisterObject(CVYNMonitoredThread* object) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   objects_.push_back(object);
 }
 
 void CVYNThreadMonitor::UnregisterObject(CVYNMonitoredThread* object) {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   const auto found = std::find(objects_.begin(), objects_.end(), object);
   if (found != objects_.end()) objects_.erase(found);
 }
@@ -97,9 +107,9 @@ int32_t CVYNThreadMonitor::RunMonitorThread() {
 }
 
 void CVYNThreadMonitor::CheckObjects() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   if (timeout_) return;
-  const int64_t now = vyn::platform::GetSystemTimeAsFileTime();
+  const int64_t now = WatchdogNow();
   const int64_t threshold = g_hang_threshold.load();
   bool hung = false;
   for (CVYNMonitoredThread* object : objects_) {
@@ -132,7 +142,7 @@ void CVYNThreadMonitor::CheckObjects() {
 }
 
 std::vector<std::string> CVYNThreadMonitor::GetRegisteredThreadNames() {
-  CVYNSynchronize guard(&lock_, true);
+  vyn::ScopedLock guard(&lock_);
   std::vector<std::string> names;
   for (CVYNMonitoredThread* object : objects_) {
     std::string name;

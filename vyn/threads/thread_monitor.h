@@ -13,8 +13,13 @@
 //
 // Ownership: the list holds pointers it does not own.
 // Thread-safety: the monitor's lock guards the list; it is taken before any
-// thread object's own lock (CheckObjects reads a hung thread's name and id
-// under it), never after. The timeout flag and the counter are atomic.
+// thread object's own lock (CheckObjects and GetRegisteredThreadNames read
+// names and ids under it), never after. A thread object holds its own lock
+// only for a few instructions and never while it waits, so a thread that
+// unregisters on its way out (monitor lock) never waits behind its owner.
+// CheckObjects holds the monitor's lock for the whole check, its log entries
+// included: logging only queues the entry under the log's leaf lock. The
+// timeout flag and the counter are atomic.
 #pragma once
 
 #include <atomic>
@@ -22,9 +27,10 @@
 #include <string>
 #include <vector>
 
-#include "vyn/core/export.h"
-#include "vyn/core/log_output.h"
-#include "vyn/platform/critical_section.h"
+#include "vyn/base/critical_section.h"
+#include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
+#include "vyn/core/log_event_type.h"
 #include "vyn/threads/monitored_thread.h"
 
 class VYN_EXPORT CVYNThreadMonitor {
@@ -59,8 +65,8 @@ class VYN_EXPORT CVYNThreadMonitor {
  private:
   int32_t AddOutput(std::string text, _VYNSystemLogExEventType type);
 
-  std::vector<CVYNMonitoredThread*> objects_;
   CRITICAL_SECTION lock_;
+  std::vector<CVYNMonitoredThread*> objects_ VYN_GUARDED_BY(lock_);
   std::atomic<bool> timeout_{false};
   std::atomic<int32_t> sequence_counter_{0};
   // Declared after the counter: constructing it already takes a number.

@@ -30,7 +30,7 @@
 #include "vyn/threads/thread.h"
 #include "vyn/threads/thread_monitor.h"
 #ifdef VYN_PROBE_STATIC
-#include "vyn/threads/thread_monitor_testing.h"
+#include "vyn/threads/internal/thread_monitor_testing.h"
 #endif
 
 namespace {

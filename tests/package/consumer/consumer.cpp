@@ -23,6 +23,26 @@ int main() {
     CVYNSynchronize guard(&lock, true);
     check(guard.Enter(5) == VYN_STATUS_SUCCESS, "guard");
   }
+  // Every accessor links and hands out the same object on every call.
+  const void* services[][2] = {
+      {&GetVYNLanguage(), &GetVYNLanguage()},
+      {&GetVYNThreadMonitor(), &GetVYNThreadMonitor()},
+      {&GetVYNSystemLogEx(), &GetVYNSystemLogEx()},
+      {&GetVYNSerialPort(), &GetVYNSerialPort()},
+      {&GetVYNMessageQueue(), &GetVYNMessageQueue()},
+      {&GetVYNPluginManager(), &GetVYNPluginManager()},
+      {&GetVYNCommandSet(), &GetVYNCommandSet()},
+      {&GetVYNCommandDump(), &GetVYNCommandDump()},
+      {&GetVYNCommandHelper(), &GetVYNCommandHelper()},
+      {&GetVYNIniManager(), &GetVYNIniManager()},
+      {&GetVYNMemoryDump(), &GetVYNMemoryDump()},
+      {&GetVYNCommandLine(), &GetVYNCommandLine()},
+      {&GetVYNFileHeader(), &GetVYNFileHeader()},
+      {&GetVYNSTM32BootLoader(), &GetVYNSTM32BootLoader()},
+      {&GetVYNMain(), &GetVYNMain()},
+  };
+  for (const auto& pair : services) check(pair[0] != nullptr && pair[0] == pair[1], "accessor");
+  check(GetVYNSerialPort().GetBaudRate() == 57600, "serial port default baud rate");
   GetVYNMain().SetApplicationInformation("consumer", "1");
   std::string first;
   std::string second;

@@ -55,8 +55,8 @@ IoResult WriteDescriptor(int descriptor, const uint8_t* data, size_t size) {
   return FromCall(put, put < 0 ? errno : 0);
 }
 
-DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable,
-                                      const WakeUpEvent* wake_up, int timeout_ms) {
+DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable, WakeUpEvent* wake_up,
+                                      int timeout_ms) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
   pollfd watched[2] = {};
@@ -68,30 +68,43 @@ DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable,
     watched[count++] =
         pollfd{descriptor, static_cast<short>(POLLIN | (want_writable ? POLLOUT : 0)), 0};
   }
+  DescriptorReadiness readiness;
   if (wake_up != nullptr && wake_up->descriptor() >= 0) {
+    // A signal raised before the wait ends it at once, without a poll.
+    if (!wake_up->BeginWait()) {
+      readiness.woken = true;
+      return readiness;
+    }
     wake_index = static_cast<int>(count);
     watched[count++] = pollfd{wake_up->descriptor(), POLLIN, 0};
   }
-  DescriptorReadiness readiness;
   int left = timeout_ms;
+  int ready = 0;
   for (;;) {
-    const int ready = poll(watched, count, left);
-    if (ready > 0) break;
-    if (ready == 0 || errno != EINTR) return readiness;
+    ready = poll(watched, count, left);
+    if (ready >= 0 || errno != EINTR) break;
     if (timeout_ms > 0) {
       const auto remaining =
           std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (remaining <= 0) return readiness;
+      if (remaining <= 0) {
+        ready = 0;
+        break;
+      }
       left = static_cast<int>(remaining);
     }
   }
+  if (wake_index >= 0) {
+    const bool drained = ready > 0 && (watched[wake_index].revents & POLLIN) != 0;
+    wake_up->EndWait(drained);
+    readiness.woken = wake_up->IsSignaled();
+  }
+  if (ready <= 0) return readiness;
   if (device_index >= 0) {
     const short events = watched[device_index].revents;
     readiness.readable = (events & POLLIN) != 0;
     readiness.writable = (events & POLLOUT) != 0;
     readiness.hung_up = (events & (POLLHUP | POLLERR | POLLNVAL)) != 0;
   }
-  if (wake_index >= 0) readiness.woken = (watched[wake_index].revents & POLLIN) != 0;
   return readiness;
 }
 

@@ -10,7 +10,7 @@ Event::Event(bool manual_reset, bool initially_set)
 void Event::Set() {
   // Notifying under the mutex lets a waiter destroy the event as soon as its
   // wait returns: the setter touches nothing of it after unlocking.
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   set_ = true;
   if (manual_reset_) {
     changed_.notify_all();
@@ -20,26 +20,36 @@ void Event::Set() {
 }
 
 void Event::Reset() {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   set_ = false;
 }
 
 bool Event::Wait(uint32_t milliseconds) {
-  std::unique_lock lock(mutex_);
-  const auto is_set = [this] { return set_; };
-  bool released;
+  mutex_.Lock();
+  // The condition variable waits on the standard mutex inside; the lock is
+  // ours from Lock to Unlock throughout.
+  std::unique_lock<std::mutex> lock(mutex_.native(), std::adopt_lock);
+  bool released = true;
   if (milliseconds == kInfinite) {
-    changed_.wait(lock, is_set);
-    released = true;
+    while (!set_) changed_.wait(lock);
   } else {
-    released = changed_.wait_for(lock, std::chrono::milliseconds(milliseconds), is_set);
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (!set_) {
+      if (changed_.wait_until(lock, deadline) == std::cv_status::timeout) {
+        released = set_;
+        break;
+      }
+    }
   }
   if (released && !manual_reset_) set_ = false;
+  lock.release();
+  mutex_.Unlock();
   return released;
 }
 
 bool Event::IsSet() const {
-  std::lock_guard lock(mutex_);
+  vyn::MutexLock lock(&mutex_);
   return set_;
 }
 

@@ -1,0 +1,43 @@
+// Standard input, line by line, for programs that run until their input ends
+// or the user presses Ctrl-C: an interrupt, termination or hang-up becomes an
+// ordinary result of ReadLine instead of ending the process at once, so the
+// program can clean up (remove files it made, stop its threads). For the
+// same reason, writing to an output that nobody reads any more (a pipe whose
+// reader has gone) fails with an error instead of ending the process.
+//
+// Construct the object before starting any thread: it blocks SIGINT,
+// SIGTERM and SIGHUP for the constructing thread, threads started afterwards
+// inherit that, and the signals are then received through a descriptor.
+// Destruction restores the previous signal mask of the constructing thread;
+// stop the other threads first.
+//
+// Ownership: owns its signal descriptor. One object per process.
+// Thread-safety: none; one thread constructs, reads and destroys it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace vyn::support {
+
+class ConsoleInput {
+ public:
+  enum class Result { kLine, kEndOfInput, kInterrupted };
+
+  ConsoleInput();
+  ~ConsoleInput();
+  ConsoleInput(const ConsoleInput&) = delete;
+  ConsoleInput& operator=(const ConsoleInput&) = delete;
+
+  // Waits for the next line (without its line end; a last line without one
+  // counts too), the end of input, or an interrupt.
+  Result ReadLine(std::string* line);
+
+ private:
+  struct SignalState;
+  std::unique_ptr<SignalState> signals_;
+  std::string buffered_;
+  bool end_of_input_ = false;
+};
+
+}  // namespace vyn::support
