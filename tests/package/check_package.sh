@@ -19,6 +19,7 @@ for name in GetVYNLanguage GetVYNSystemLogEx GetVYNThreadMonitor GetVYNSerialPor
             GetVYNMessageQueue GetVYNPluginManager GetVYNCommandSet GetVYNCommandDump \
             GetVYNCommandHelper GetVYNIniManager GetVYNMemoryDump GetVYNCommandLine \
             GetVYNFileHeader GetVYNSTM32BootLoader GetVYNMain \
+            'CVYNPluginManager::LoadPlugin(std::__cxx11::basic_string' 'CVYNPlugin::~CVYNPlugin()' \
             'GetVYNStatusAsString[abi:cxx11](int)' 'GetSystemTimeInMs()' 'ConvertDateToMs(SYSTEMTIME)'; do
   grep -q -F " $name" "$work/exports" || { echo "not exported: $name"; exit 1; }
 done
@@ -45,9 +46,12 @@ fi
 
 # An outside CMake project finds the package.
 cmake -S "$source/tests/package/consumer" -B "$work/consumer" -G Ninja \
-      -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+      -DCMAKE_PREFIX_PATH="$prefix" -DVYN_EXAMPLE_PLUGINS="$source/examples/plugins" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 "$work/consumer/vyn_consumer"
+# Our own plug-in, built against the installed headers, is loaded, sent
+# events and unloaded through the installed library.
+"$work/consumer/vyn_plugin_host" "$work/consumer/event_counter.so"
 
 # And a plain compiler call through pkg-config.
 export PKG_CONFIG_PATH
@@ -56,4 +60,11 @@ PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vyn.pc | head -n 1)")
 c++ "$source/tests/package/consumer/consumer.cpp" -o "$work/pkg_consumer" \
     $(pkg-config --cflags --libs vyn)
 LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_consumer"
+# shellcheck disable=SC2046
+c++ -shared -fPIC -fvisibility=hidden "$source/examples/plugins/event_counter.cpp" \
+    -o "$work/pkg_counter.so" $(pkg-config --cflags --libs vyn)
+# shellcheck disable=SC2046
+c++ "$source/tests/package/consumer/plugin_host.cpp" -o "$work/pkg_plugin_host" \
+    $(pkg-config --cflags --libs vyn)
+LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_plugin_host" "$work/pkg_counter.so"
 echo "package check passed"

@@ -16,6 +16,7 @@ void AddSimCommand(CLI::App& app);
 void AddFrameCommand(CLI::App& app);
 void AddMonitorCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
+void AddPluginCommand(CLI::App& app);
 
 // Builds the named request ("GetStatus", "Control", ... as `vyn frame build`
 // takes them) into `frame` and returns its length; sequence number and

@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
   vyn::tool::AddFrameCommand(app);
   vyn::tool::AddMonitorCommand(app);
   vyn::tool::AddSendCommand(app);
+  vyn::tool::AddPluginCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {
