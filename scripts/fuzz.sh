@@ -8,7 +8,7 @@ seconds="${1:-20}"
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 status=0
-for target in assembler parsers; do
+for target in assembler parsers firmware_file; do
   corpus="build/fuzz/corpus/$target"
   mkdir -p "$corpus"
   echo "== vyn_fuzz_$target for $seconds s"

@@ -11,6 +11,8 @@ namespace vyn::support {
 
 struct ConsoleInput::SignalState {
   sigset_t previous_mask{};
+  struct sigaction previous_pipe_action {};
+  bool pipe_action_saved = false;
   int descriptor = -1;
 };
 
@@ -19,14 +21,21 @@ ConsoleInput::ConsoleInput() : signals_(std::make_unique<SignalState>()) {
   sigemptyset(&watched);
   sigaddset(&watched, SIGINT);
   sigaddset(&watched, SIGTERM);
+  // A closed terminal window hangs up the program's terminal.
+  sigaddset(&watched, SIGHUP);
   if (pthread_sigmask(SIG_BLOCK, &watched, &signals_->previous_mask) == 0) {
     signals_->descriptor = signalfd(-1, &watched, SFD_CLOEXEC);
   }
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  sigemptyset(&ignore.sa_mask);
+  signals_->pipe_action_saved = sigaction(SIGPIPE, &ignore, &signals_->previous_pipe_action) == 0;
 }
 
 ConsoleInput::~ConsoleInput() {
   if (signals_->descriptor >= 0) close(signals_->descriptor);
   pthread_sigmask(SIG_SETMASK, &signals_->previous_mask, nullptr);
+  if (signals_->pipe_action_saved) sigaction(SIGPIPE, &signals_->previous_pipe_action, nullptr);
 }
 
 ConsoleInput::Result ConsoleInput::ReadLine(std::string* line) {

@@ -1,13 +1,15 @@
 // Standard input, line by line, for programs that run until their input ends
-// or the user presses Ctrl-C: an interrupt or termination request becomes an
+// or the user presses Ctrl-C: an interrupt, termination or hang-up becomes an
 // ordinary result of ReadLine instead of ending the process at once, so the
-// program can clean up (remove files it made, stop its threads).
+// program can clean up (remove files it made, stop its threads). For the
+// same reason, writing to an output that nobody reads any more (a pipe whose
+// reader has gone) fails with an error instead of ending the process.
 //
-// Construct the object before starting any thread: it blocks SIGINT and
-// SIGTERM for the constructing thread, threads started afterwards inherit
-// that, and the signals are then received through a descriptor. Destruction
-// restores the previous signal mask of the constructing thread; stop the
-// other threads first.
+// Construct the object before starting any thread: it blocks SIGINT,
+// SIGTERM and SIGHUP for the constructing thread, threads started afterwards
+// inherit that, and the signals are then received through a descriptor.
+// Destruction restores the previous signal mask of the constructing thread;
+// stop the other threads first.
 //
 // Ownership: owns its signal descriptor. One object per process.
 // Thread-safety: none; one thread constructs, reads and destroys it.

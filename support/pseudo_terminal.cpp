@@ -32,7 +32,9 @@ bool MakeSlaveRaw(const char* path) {
 PseudoTerminal::~PseudoTerminal() { Close(); }
 
 PseudoTerminal::PseudoTerminal(PseudoTerminal&& other) noexcept
-    : master_(std::exchange(other.master_, -1)), slave_path_(std::move(other.slave_path_)) {
+    : master_(std::exchange(other.master_, -1)),
+      held_slave_(std::exchange(other.held_slave_, -1)),
+      slave_path_(std::move(other.slave_path_)) {
   other.slave_path_.clear();
 }
 
@@ -40,6 +42,7 @@ PseudoTerminal& PseudoTerminal::operator=(PseudoTerminal&& other) noexcept {
   if (this != &other) {
     Close();
     master_ = std::exchange(other.master_, -1);
+    held_slave_ = std::exchange(other.held_slave_, -1);
     slave_path_ = std::move(other.slave_path_);
     other.slave_path_.clear();
   }
@@ -61,7 +64,16 @@ bool PseudoTerminal::Open() {
   return true;
 }
 
+bool PseudoTerminal::HoldSlaveOpen() {
+  if (master_ < 0) return false;
+  if (held_slave_ >= 0) return true;
+  held_slave_ = open(slave_path_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  return held_slave_ >= 0;
+}
+
 void PseudoTerminal::Close() {
+  if (held_slave_ >= 0) close(held_slave_);
+  held_slave_ = -1;
   if (master_ >= 0) close(master_);
   master_ = -1;
   slave_path_.clear();

@@ -40,6 +40,13 @@ class PseudoTerminal {
   [[nodiscard]] bool Open();
   void Close();
 
+  // Keeps a descriptor of the slave open in this object until Close(), so
+  // that the master stops reporting a hang-up while no program has the port
+  // open and its owner can wait on it without a time limit. Bytes written to
+  // the master then wait in the terminal for the next program that reads
+  // the port. False when the slave cannot be opened.
+  [[nodiscard]] bool HoldSlaveOpen();
+
   bool IsOpen() const { return master_ >= 0; }
   // -1 while closed.
   int master_descriptor() const { return master_; }
@@ -48,6 +55,7 @@ class PseudoTerminal {
 
  private:
   int master_ = -1;
+  int held_slave_ = -1;
   std::string slave_path_;
 };
 

@@ -23,7 +23,7 @@ using vyn::test::TestPort;
 
 class SimDeviceProcess {
  public:
-  SimDeviceProcess() {
+  explicit SimDeviceProcess(const char* kind = "device") {
     int input[2];
     int output[2];
     if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) return;
@@ -31,8 +31,8 @@ class SimDeviceProcess {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, input[0], 0);
     posix_spawn_file_actions_adddup2(&actions, output[1], 1);
-    char* argv[] = {const_cast<char*>(VYN_TOOL), const_cast<char*>("sim"),
-                    const_cast<char*>("device"), nullptr};
+    char* argv[] = {const_cast<char*>(VYN_TOOL), const_cast<char*>("sim"), const_cast<char*>(kind),
+                    nullptr};
     if (posix_spawn(&pid_, VYN_TOOL, &actions, nullptr, argv, environ) != 0) pid_ = -1;
     posix_spawn_file_actions_destroy(&actions);
     close(input[0]);
@@ -110,6 +110,32 @@ TEST(SimCommandTest, PrintsThePortFirstAndTakesFaultCommands) {
   EXPECT_TRUE(TestPort(path).is_open());
 
   EXPECT_EQ(child.Wait(), 0);
+  EXPECT_FALSE(Exists(path)) << "the port link outlived the program";
+}
+
+TEST(SimCommandTest, TheBootloaderTakesFaultCommandsToo) {
+  SimDeviceProcess child("bootloader");
+  const std::string path = child.Say("");
+  ASSERT_EQ(path.rfind("/tmp/", 0), 0u) << path;
+  TestPort port(path);
+  ASSERT_TRUE(port.is_open());
+  ASSERT_TRUE(port.Send({0x7F}));
+  EXPECT_EQ(port.Read(1), Bytes{0x79});
+
+  EXPECT_EQ(child.Say("nack id always"), "ok: NACK for command 0x02 always");
+  ASSERT_TRUE(port.Send({0x02, 0xFD}));
+  EXPECT_EQ(port.Read(1), Bytes{0x1F});
+  EXPECT_EQ(child.Say("nack off"), "ok: no NACK injected");
+  EXPECT_EQ(child.Say("chipid 0x0410"), "ok: chip id set");
+  ASSERT_TRUE(port.Send({0x02, 0xFD}));
+  EXPECT_EQ(port.Read(5), (Bytes{0x79, 0x01, 0x04, 0x10, 0x79}));
+  EXPECT_EQ(child.Say("nack 0x100").rfind("error:", 0), 0u);
+  EXPECT_EQ(child.Say("flash 0x08000000 2"), "flash 0x08000000: FF FF");
+  const std::string stats = child.Say("stats");
+  EXPECT_NE(stats.find("nacks 1 (injected 1);"), std::string::npos) << stats;
+
+  // As when the terminal window it runs in is closed.
+  EXPECT_EQ(child.Wait(SIGHUP), 0);
   EXPECT_FALSE(Exists(path)) << "the port link outlived the program";
 }
 

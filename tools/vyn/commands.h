@@ -13,10 +13,13 @@ namespace vyn::tool {
 
 void AddDemoCommand(CLI::App& app);
 void AddSimCommand(CLI::App& app);
+// `vyn sim bootloader`, below the `sim` command.
+void AddSimBootLoaderCommand(CLI::App& sim);
 void AddFrameCommand(CLI::App& app);
 void AddMonitorCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
 void AddPluginCommand(CLI::App& app);
+void AddFirmwareCommand(CLI::App& app);
 
 // Builds the named request ("GetStatus", "Control", ... as `vyn frame build`
 // takes them) into `frame` and returns its length; sequence number and

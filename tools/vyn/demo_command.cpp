@@ -3,7 +3,8 @@
 // terminal), the watchdog and the message queue, opens the device through the
 // library, runs a scripted session of requests with the traffic dump shown
 // live, damages and unplugs the link on purpose, and ends with the link
-// statistics and the log's CSV file.
+// statistics, a firmware update of a simulated processor, and the log's CSV
+// file.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -13,6 +14,7 @@
 
 #include "sim/device_simulator.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/demo_firmware.h"
 #include "tools/vyn/link_session.h"
 #include "vyn/vyn.h"
 
@@ -170,6 +172,8 @@ int RunDemo(const DemoOptions& options) {
               static_cast<unsigned long long>(counters.replies),
               static_cast<unsigned long long>(counters.notifications));
   device.Stop();
+
+  RunFirmwareDemo();
 
   GetVYNThreadMonitor().Terminate();
   PrintThreads();  // the log's output thread is the last one left

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   vyn::tool::AddMonitorCommand(app);
   vyn::tool::AddSendCommand(app);
   vyn::tool::AddPluginCommand(app);
+  vyn::tool::AddFirmwareCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {

@@ -180,6 +180,7 @@ void AddSimCommand(CLI::App& app) {
     const int result = RunSimDevice(*options);
     if (result != 0) throw CLI::RuntimeError(result);
   });
+  AddSimBootLoaderCommand(*sim);
 }
 
 }  // namespace vyn::tool

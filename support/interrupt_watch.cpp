@@ -1,0 +1,69 @@
+#include "support/interrupt_watch.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace vyn::support {
+
+struct InterruptWatch::State {
+  sigset_t previous_mask{};
+  int signals = -1;
+  int wake = -1;
+};
+
+InterruptWatch::InterruptWatch() : state_(std::make_unique<State>()) {
+  sigset_t watched;
+  sigemptyset(&watched);
+  sigaddset(&watched, SIGINT);
+  sigaddset(&watched, SIGTERM);
+  if (pthread_sigmask(SIG_BLOCK, &watched, &state_->previous_mask) == 0) {
+    state_->signals = signalfd(-1, &watched, SFD_CLOEXEC);
+  }
+  state_->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+InterruptWatch::~InterruptWatch() {
+  if (state_->signals >= 0) close(state_->signals);
+  if (state_->wake >= 0) close(state_->wake);
+  pthread_sigmask(SIG_SETMASK, &state_->previous_mask, nullptr);
+}
+
+InterruptWatch::Event InterruptWatch::Wait(int timeout_ms) {
+  for (;;) {
+    pollfd watched[2] = {{state_->wake, POLLIN, 0}, {state_->signals, POLLIN, 0}};
+    const int ready = poll(watched, 2, timeout_ms);
+    if (ready == 0) return Event::kTimedOut;
+    if (ready < 0) {
+      if (errno == EINTR) continue;
+      return Event::kWoken;  // nothing left to wait with
+    }
+    if ((watched[1].revents & POLLIN) != 0) {
+      signalfd_siginfo received{};
+      const ssize_t ignored = read(state_->signals, &received, sizeof received);
+      static_cast<void>(ignored);
+      return Event::kInterrupted;
+    }
+    if ((watched[0].revents & POLLIN) != 0) {
+      uint64_t count = 0;
+      const ssize_t ignored = read(state_->wake, &count, sizeof count);
+      static_cast<void>(ignored);
+      return Event::kWoken;
+    }
+  }
+}
+
+void InterruptWatch::Wake() {
+  const uint64_t one = 1;
+  const ssize_t ignored = write(state_->wake, &one, sizeof one);
+  static_cast<void>(ignored);
+}
+
+bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+}  // namespace vyn::support

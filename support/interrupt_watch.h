@@ -1,0 +1,45 @@
+// Ctrl-C and termination requests as something a program waits for, so that
+// it can wind down cleanly (cancel what runs, close ports, remove files)
+// instead of ending at once.
+//
+// Construct the object before starting any thread: it blocks SIGINT and
+// SIGTERM for the constructing thread, threads started afterwards inherit
+// that, and the signals are then received through a descriptor. Destruction
+// restores the previous signal mask of the constructing thread; stop the
+// other threads first.
+//
+// Ownership: owns its descriptors. One object per process.
+// Thread-safety: Wake may be called from any thread; everything else belongs
+// to the constructing thread.
+#pragma once
+
+#include <memory>
+
+namespace vyn::support {
+
+class InterruptWatch {
+ public:
+  enum class Event { kInterrupted, kWoken, kTimedOut };
+
+  InterruptWatch();
+  ~InterruptWatch();
+  InterruptWatch(const InterruptWatch&) = delete;
+  InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+  // Waits for an interrupt or termination request, or for Wake, at most
+  // `timeout_ms` (negative: no limit). A wake-up that came before the call
+  // counts; it is used up by the call that sees it.
+  Event Wait(int timeout_ms = -1);
+  // Ends a Wait on another thread (the work it waits for is done).
+  void Wake();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+// True when standard error goes to a terminal (so that a progress bar may
+// redraw its line).
+bool StandardErrorIsTerminal();
+
+}  // namespace vyn::support
