@@ -47,13 +47,17 @@ TEST(SerialPortLogTest, OpenFailuresLifecycleAndStatisticsLines) {
   device.Stop();
 
   const std::vector<Record> entries = EntriesBy("CVYNSerialPort");
-  ASSERT_GE(entries.size(), 4u);
+  ASSERT_GE(entries.size(), 5u);
   EXPECT_EQ(entries[0][vyn::test::kEvent], "error");
   EXPECT_EQ(entries[0][vyn::test::kText],
             "The serial port could not be opened. GetLastError() = 2.");
   EXPECT_EQ(entries[0][vyn::test::kReference], dir.File("no-such-port"));
-  EXPECT_EQ(entries[1][vyn::test::kText], "The receiving thread has been initialized.");
-  EXPECT_EQ(entries[1][vyn::test::kReference], device.port_path());
+  // The reason follows as an entry of its own.
+  EXPECT_EQ(entries[1][vyn::test::kEvent], "error");
+  EXPECT_EQ(entries[1][vyn::test::kText], "The port does not exist (" + dir.File("no-such-port") +
+                                              ": No such file or directory).");
+  EXPECT_EQ(entries[2][vyn::test::kText], "The receiving thread has been initialized.");
+  EXPECT_EQ(entries[2][vyn::test::kReference], device.port_path());
   EXPECT_EQ(entries.back()[vyn::test::kText], "The receiving thread has been terminated.");
   size_t statistics_lines = 0;
   for (const Record& entry : entries) {

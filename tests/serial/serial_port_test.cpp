@@ -9,115 +9,16 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <functional>
-#include <mutex>
-#include <thread>
 #include <vector>
 
-#include "sim/device_simulator.h"
+#include "tests/serial/serial_port_fixture.h"
 #include "tests/support/temp_dir.h"
-#include "vyn/core/status.h"
-#include "vyn/device/command_set.h"
 #include "vyn/platform/serial_device.h"
-#include "vyn/queue/message.h"
-#include "vyn/queue/message_queue.h"
 
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-// Collects the frames the library publishes.
-class FrameRecorder : public CVYNMessageQueue {
- public:
-  struct Frame {
-    uint32_t type;
-    std::vector<unsigned char> bytes;
-  };
-
-  size_t Count(uint32_t type) {
-    std::lock_guard lock(mutex_);
-    size_t count = 0;
-    for (const Frame& frame : frames_) count += frame.type == type ? 1 : 0;
-    return count;
-  }
-
-  bool WaitFor(const std::function<bool()>& done, seconds limit) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] {
-      lock.unlock();
-      const bool ok = done();
-      lock.lock();
-      return ok;
-    });
-  }
-
-  std::vector<Frame> Frames(uint32_t type) {
-    std::lock_guard lock(mutex_);
-    std::vector<Frame> matching;
-    for (const Frame& frame : frames_) {
-      if (frame.type == type) matching.push_back(frame);
-    }
-    return matching;
-  }
-
- protected:
-  int32_t ProcessMessage(CVYNMessage& message) override {
-    const auto* record = reinterpret_cast<const _SERIAL_FRAME_RECORD*>(message.GetBuffer());
-    if (record == nullptr || message.GetBufferSize() != sizeof(_SERIAL_FRAME_RECORD)) return 0;
-    const unsigned char* f = record->frame;
-    size_t length = 0;
-    if (f[0] == 0x42) length = (f[3] | (f[4] << 8)) == 0 ? 7 : (f[3] | (f[4] << 8)) + 8u;
-    if (f[0] == 0x3E) length = f[2] + 5u;
-    {
-      std::lock_guard lock(mutex_);
-      frames_.push_back({message.GetMessageType(), std::vector<unsigned char>(f, f + length)});
-    }
-    changed_.notify_all();
-    return 0;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<Frame> frames_;
-};
-
-class SerialPortTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(device_.Start());
-    recorder_ = new FrameRecorder;  // owned by the library queue once registered
-    ASSERT_EQ(recorder_->Initialize(true), VYN_STATUS_SUCCESS);
-    ASSERT_EQ(GetVYNMessageQueue().Initialize(false), VYN_STATUS_SUCCESS);
-    ASSERT_EQ(GetVYNMessageQueue().Register(recorder_), VYN_STATUS_SUCCESS);
-    port_.SetSerialPortSettings(device_.port_path(), 7);
-  }
-
-  void TearDown() override {
-    port_.TerminateReceivingThread();
-    recorder_->Terminate();
-    GetVYNMessageQueue().Terminate();  // deletes the recorder
-    device_.Stop();
-  }
-
-  // Sends GetStatus with one entry and waits for its reply.
-  bool RoundTrip() {
-    const size_t before = recorder_->Count(MSG_SERIAL_FRAME_RECEIVED);
-    unsigned char frame[64] = {};
-    const unsigned char ids[] = {27};
-    const unsigned char rates[] = {1};
-    const uint16_t length = GetVYNCommandSet().PrepareReqGetStatus(frame, 1, ids, rates);
-    if (port_.SendCommand(frame, length) != VYN_STATUS_SUCCESS) return false;
-    return recorder_->WaitFor([&] { return recorder_->Count(MSG_SERIAL_FRAME_RECEIVED) > before; },
-                              seconds(10));
-  }
-
-  vyn::sim::DeviceSimulator device_;
-  FrameRecorder* recorder_ = nullptr;
-  CVYNSerialPort& port_ = GetVYNSerialPort();
-};
+using vyn::test::SerialPortTest;
 
 TEST(SerialPortSettingsTest, DefaultsSettingsAndRefusalsWithoutAThread) {
   CVYNSerialPort port;
@@ -199,20 +100,6 @@ TEST_F(SerialPortTest, TenThousandFramesBackToBackAndAGarbageFlood) {
   EXPECT_EQ(statistics.frames_received, kFrames + 1);
 }
 
-TEST_F(SerialPortTest, ALostPortIsReopenedUnderTheSamePath) {
-  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
-  ASSERT_TRUE(RoundTrip());
-  device_.Unplug();
-  std::this_thread::sleep_for(milliseconds(200));
-  EXPECT_TRUE(port_.IsRunning());
-  device_.Replug();
-  // Frames after the return arrive; the reopen counted from zero.
-  bool back = false;
-  for (int attempt = 0; attempt < 20 && !back; ++attempt) back = RoundTrip();
-  EXPECT_TRUE(back);
-  EXPECT_LE(port_.GetSerialPortStatistics().frames_received, 20u);
-}
-
 TEST_F(SerialPortTest, RefusesAPortInUseAndStopsCleanly) {
   // Somebody else holds the port: the open is refused, no thread starts.
   const int other = open(device_.port_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -244,11 +131,11 @@ TEST_F(SerialPortTest, RefusesAPortInUseAndStopsCleanly) {
   EXPECT_FALSE(port_.IsRunning());
   EXPECT_EQ(port_.SendCommand(frame, 7), VYN_STATUS_BUSY);
 
-  // Closing the port under the running thread ends the thread by itself.
+  // Closing the port under the running thread ends the thread by itself,
+  // before CloseSerialPort returns.
   ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
   ASSERT_TRUE(RoundTrip());
   EXPECT_EQ(port_.CloseSerialPort(true), VYN_STATUS_SUCCESS);
-  for (int i = 0; i < 200 && port_.IsRunning(); ++i) std::this_thread::sleep_for(milliseconds(10));
   EXPECT_FALSE(port_.IsRunning());
   ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
   EXPECT_TRUE(RoundTrip());

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/status.h"
 #include "vyn/device/internal/frame_bytes.h"
 
@@ -236,10 +237,13 @@ int32_t CVYNCommandSet::CalculateChecksumsForCCPU(unsigned char* frame) {
   // Its payload checksum would lie beyond any frame record; no receiver
   // takes such a frame, so it is not touched.
   if (payload_length > CCPU_MAX_PAYLOAD_LENGTH) return VYN_STATUS_INVALID_PARAMETER;
-  frame[5] = sequence_counter_;
+  {
+    vyn::ScopedLock lock(&sequence_lock_);
+    frame[5] = sequence_counter_;
+    sequence_counter_ =
+        sequence_counter_ == 255 ? 1 : static_cast<unsigned char>(sequence_counter_ + 1);
+  }
   frame[6] = Sum8(frame + 1, 5);
-  sequence_counter_ =
-      sequence_counter_ == 255 ? 1 : static_cast<unsigned char>(sequence_counter_ + 1);
   if (payload_length > 0) {
     frame[CCPU_HEADER_LENGTH + payload_length] = Sum8(frame + CCPU_HEADER_LENGTH, payload_length);
   }

@@ -41,16 +41,22 @@
 //
 // Ownership: the object owns only its two-channel flag and sequence counter;
 // frames and outputs belong to the caller.
-// Thread-safety: none. Builders and parsers keep no state apart from the
+// Thread-safety: builders and parsers keep no state apart from the
 // two-channel flag (written by the ECPU PWM parsers) and the sequence
-// counter (advanced by CalculateChecksumsForCCPU); the single instance is
-// used from the one thread that sends requests.
+// counter. CalculateChecksums may be called from any number of threads at
+// once (the serial port calls it for every sender): the counter is read and
+// advanced under its own lock, so no two frames get the same number. The
+// rest expects one thread at a time, as a request dialog uses it.
+// Lock order: the sequence lock is a leaf; the serial port's send slot
+// mutex may be held when it is taken.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
+#include "vyn/base/critical_section.h"
 #include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
 #include "vyn/device/command_ids.h"
 #include "vyn/device/frame_format.h"
 
@@ -230,7 +236,7 @@ class VYN_EXPORT CVYNCommandSet {
   // for a payload, the payload checksum. 0; a header declaring more than
   // CCPU_MAX_PAYLOAD_LENGTH bytes is refused with VYN_STATUS_INVALID_PARAMETER
   // and left unchanged, since its checksum would lie outside a frame record.
-  int32_t CalculateChecksumsForCCPU(unsigned char* frame);
+  int32_t CalculateChecksumsForCCPU(unsigned char* frame) VYN_EXCLUDES(sequence_lock_);
   // Header checksum and payload checksum (also for an empty payload). 0.
   int32_t CalculateChecksumsForMCPU(unsigned char* frame);
 
@@ -268,7 +274,8 @@ class VYN_EXPORT CVYNCommandSet {
 
   // Set by the ECPU PWM parsers: 1 when the last such reply had two channels.
   bool two_channels_ = false;
-  unsigned char sequence_counter_ = 1;
+  CRITICAL_SECTION sequence_lock_;
+  unsigned char sequence_counter_ VYN_GUARDED_BY(sequence_lock_) = 1;
 
  protected:
   bool HasTwoChannels() const { return two_channels_; }

@@ -1,54 +1,140 @@
 #include "vyn/serial/serial_port.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
 
+#include "vyn/base/mutex.h"
 #include "vyn/core/internal/log_output.h"
+#include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/language.h"
 #include "vyn/core/status.h"
-#include "vyn/core/synchronize.h"
 #include "vyn/device/command_set.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/descriptor_io.h"
-#include "vyn/platform/event.h"
 #include "vyn/platform/serial_device.h"
 #include "vyn/platform/system_time.h"
 #include "vyn/platform/wake_up_event.h"
 #include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
 #include "vyn/serial/internal/frame_assembler.h"
+#include "vyn/serial/internal/port_requests.h"
+#include "vyn/serial/internal/send_slot.h"
 
 namespace {
 
 using vyn::platform::GetTickCount;
 using vyn::platform::IoStatus;
+using vyn::platform::SerialOpenFailure;
+using vyn::platform::SerialOpenStep;
+using vyn::serial::LinkState;
+using vyn::serial::PortRequest;
+using vyn::serial::RequestOutcome;
 
 constexpr uint32_t kBaudRates[] = {1200,  2400,   4800,   9600,   19200, 38400,
                                    57600, 115200, 230400, 460800, 921600};
 constexpr int32_t kBaudIdCount = static_cast<int32_t>(sizeof kBaudRates / sizeof kBaudRates[0]);
-constexpr uint32_t kPauseAfterFailedOpenMs = 10;
-constexpr int kQuietLineMs = 2;   // a read is complete after this much quiet
+constexpr int kPauseAfterFailedOpenMs = 10;
 constexpr int kIdleWaitMs = 500;  // heartbeat period of an idle line
 constexpr uint32_t kStatisticsPeriodMs = 1000;
-constexpr uint32_t kSlotWaitMs = 100;  // SendCommand's patience with a busy slot
+constexpr uint32_t kSlotWaitMs = 100;       // SendCommand's patience with a busy slot
+constexpr uint32_t kRequestLimitMs = 5000;  // for a thread to take an open or close
 constexpr uint32_t kNoMemoryExitCode = 0xC0000017;
+// The receiving thread's answer to a close that it follows by ending itself.
+constexpr int32_t kClosedAndEnding = 1;
 
-int32_t SerialPortThreadFunction(void* /*parameter*/) {
-  return GetVYNSerialPort().RunSerialPortThread();
+constexpr const char* kDroppedLineDown =
+    "A frame waiting to be sent was dropped: the line went down.";
+constexpr const char* kDroppedClosed =
+    "A frame waiting to be sent was dropped: the port was closed.";
+constexpr const char* kDroppedStopped =
+    "A frame waiting to be sent was dropped: the receiving thread stopped.";
+constexpr const char* kGoneForGood =
+    "The pseudo-terminal of the port has closed for good; it is not opened again under this "
+    "name.";
+
+int32_t SerialPortThreadFunction(void* parameter) {
+  return static_cast<CVYNSerialPort*>(parameter)->RunSerialPortThread();
+}
+
+void PrepareFrame(unsigned char* frame) { GetVYNCommandSet().CalculateChecksums(frame); }
+
+_VYNSerialOpenFailure ToPublic(SerialOpenFailure failure) {
+  switch (failure) {
+    case SerialOpenFailure::kNone:
+      return VYN_SERIAL_OPEN_OK;
+    case SerialOpenFailure::kMissing:
+      return VYN_SERIAL_OPEN_MISSING;
+    case SerialOpenFailure::kPermission:
+      return VYN_SERIAL_OPEN_PERMISSION;
+    case SerialOpenFailure::kNotSerial:
+      return VYN_SERIAL_OPEN_NOT_SERIAL;
+    case SerialOpenFailure::kInUse:
+      return VYN_SERIAL_OPEN_IN_USE;
+    case SerialOpenFailure::kOther:
+      break;
+  }
+  return VYN_SERIAL_OPEN_OTHER;
+}
+
+const char* ReasonText(_VYNSerialOpenFailure failure) {
+  switch (failure) {
+    case VYN_SERIAL_OPEN_OK:
+      return "";
+    case VYN_SERIAL_OPEN_MISSING:
+      return "The port does not exist";
+    case VYN_SERIAL_OPEN_PERMISSION:
+      return "The port may not be opened by this user";
+    case VYN_SERIAL_OPEN_NOT_SERIAL:
+      return "The port is not a serial device";
+    case VYN_SERIAL_OPEN_IN_USE:
+      return "The port is in use by another program";
+    case VYN_SERIAL_OPEN_OTHER:
+      break;
+  }
+  return "The system refused the port";
 }
 
 }  // namespace
 
+struct CVYNSerialPort::OpenAttempt {
+  SerialOpenStep step = SerialOpenStep::kNone;
+  int error = 0;
+  std::string reason;  // the sentence for the log and GetLastOpenFailure
+};
+
 struct CVYNSerialPort::Io {
+  // Owned by the receiving thread while it is attached to `requests`, by the
+  // holder of the lifecycle lock otherwise.
   vyn::platform::SerialDevice device;
   vyn::platform::WakeUpEvent wake;
-  vyn::platform::Event slot_free{true, true};
-  vyn::platform::Event close_done{true, true};
+  vyn::serial::SendSlot slot;
+  vyn::serial::PortRequests requests;
+  // Fed on the receiving thread only; its counters are atomics for readers.
   CVYNFrameAssembler assembler;
+  std::atomic<uint32_t> dropped_frames{0};
+
+  vyn::Mutex failure_mutex;  // a leaf
+  _VYNSerialOpenFailure last_failure VYN_GUARDED_BY(failure_mutex) = VYN_SERIAL_OPEN_OK;
+  std::string last_reason VYN_GUARDED_BY(failure_mutex);
+
+  // The receiving thread's own state, set up before it starts.
+  unsigned char write_buffer[SERIAL_FRAME_BUFFER_SIZE] = {};
+  uint32_t write_length = 0;  // the frame being written, 0 for none
+  uint32_t written = 0;
+  bool write_blocked = false;  // the line took no more: wait until it does
+  bool lost_by_hang_up = false;
+  bool gone_reported = false;
+
+  void ResetThreadState() {
+    write_length = 0;
+    written = 0;
+    write_blocked = false;
+    lost_by_hang_up = false;
+    gone_reported = false;
+  }
 };
 
 CVYNSerialPort::CVYNSerialPort() : io_(std::make_unique<Io>()) {
@@ -60,12 +146,7 @@ CVYNSerialPort::CVYNSerialPort() : io_(std::make_unique<Io>()) {
 CVYNSerialPort::~CVYNSerialPort() { TerminateReceivingThread(); }
 
 int32_t CVYNSerialPort::AddOutput(std::string text, _VYNSystemLogExEventType type) {
-  std::string reference;
-  {
-    std::lock_guard lock(settings_mutex_);
-    reference = port_name_;
-  }
-  return vyn::LogAddOutput(text, type, reference, "CVYNSerialPort", "");
+  return vyn::LogAddOutput(text, type, GetCOMPort(nullptr), "CVYNSerialPort", "");
 }
 
 int32_t CVYNSerialPort::SetSerialPortSettings(std::string port_name, int32_t baud_id) {
@@ -80,13 +161,13 @@ int32_t CVYNSerialPort::GetSerialPortSettings(std::string* port_name, int32_t* b
 }
 
 int32_t CVYNSerialPort::SetCOMPort(std::string port_name) {
-  std::lock_guard lock(settings_mutex_);
+  vyn::ScopedLock lock(&settings_lock_);
   port_name_ = std::move(port_name);
   return VYN_STATUS_SUCCESS;
 }
 
 std::string CVYNSerialPort::GetCOMPort(std::string* port_name) {
-  std::lock_guard lock(settings_mutex_);
+  vyn::ScopedLock lock(&settings_lock_);
   if (port_name != nullptr) *port_name = port_name_;
   return port_name_;
 }
@@ -114,17 +195,35 @@ int32_t CVYNSerialPort::InitializeSerialPortStatus() {
   return VYN_STATUS_SUCCESS;
 }
 
-void CVYNSerialPort::LogOpenFailure(int step_value, int error) {
-  const auto step = static_cast<vyn::platform::SerialOpenStep>(step_value);
+bool CVYNSerialPort::OpenDevice(OpenAttempt* attempt) {
+  Io& io = *io_;
+  const std::string path = vyn::platform::SerialDevicePath(GetCOMPort(nullptr));
+  io.device.Close();
+  io.assembler.InitializeStatistics();
+  const bool opened = io.device.Open(path, kBaudRates[baud_id_], &attempt->step, &attempt->error);
+  const _VYNSerialOpenFailure failure =
+      opened ? VYN_SERIAL_OPEN_OK
+             : ToPublic(vyn::platform::ClassifyOpenFailure(attempt->step, attempt->error));
+  if (!opened) {
+    attempt->reason = std::string(ReasonText(failure)) + " (" + path + ": " +
+                      vyn::platform::SystemErrorText(attempt->error) + ").";
+  }
+  vyn::MutexLock lock(&io.failure_mutex);
+  io.last_failure = failure;
+  io.last_reason = attempt->reason;
+  return opened;
+}
+
+void CVYNSerialPort::ReportOpenFailure(const OpenAttempt& attempt) {
   int text = 1;
-  switch (step) {
-    case vyn::platform::SerialOpenStep::kReadSettings:
+  switch (attempt.step) {
+    case SerialOpenStep::kReadSettings:
       text = 2;
       break;
-    case vyn::platform::SerialOpenStep::kWriteSettings:
+    case SerialOpenStep::kWriteSettings:
       text = 3;
       break;
-    case vyn::platform::SerialOpenStep::kSetTimeouts:
+    case SerialOpenStep::kSetTimeouts:
       text = 4;
       break;
     default:
@@ -132,69 +231,96 @@ void CVYNSerialPort::LogOpenFailure(int step_value, int error) {
   }
   char line[512];
   std::snprintf(line, sizeof line, "%s GetLastError() = %i.",
-                GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, text), error);
+                GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, text), attempt.error);
   AddOutput(line, VYN_EVENT_ERROR);
-}
-
-int32_t CVYNSerialPort::OpenDevice(bool report, bool pause_on_failure) {
-  CVYNSynchronize pass(&pass_lock_, true);
-  const std::string path = vyn::platform::SerialDevicePath(GetCOMPort(nullptr));
-  io_->device.Close();
-  io_->assembler.InitializeStatistics();
-  vyn::platform::SerialOpenStep step = vyn::platform::SerialOpenStep::kNone;
-  int error = 0;
-  if (!io_->device.Open(path, kBaudRates[baud_id_], &step, &error)) {
-    if (report) LogOpenFailure(static_cast<int>(step), error);
-    pass.Leave();
-    if (pause_on_failure) vyn::platform::SleepMilliseconds(kPauseAfterFailedOpenMs);
-    return VYN_STATUS_UNSPECIFIC_ERROR;
-  }
-  return VYN_STATUS_SUCCESS;
+  // The reason as an entry of its own, so that the line above stays exactly
+  // what readers of the log look for.
+  AddOutput(attempt.reason, VYN_EVENT_ERROR);
 }
 
 int32_t CVYNSerialPort::OpenSerialPort(bool report) {
-  if (!report && !thread_.IsRunning()) return VYN_STATUS_UNSPECIFIC_ERROR;
-  // Let a running pass end, so that the pass lock comes free.
-  ++pass_waiters_;
-  io_->wake.Signal();
-  const int32_t opened = OpenDevice(report, true);
-  --pass_waiters_;
-  return opened;
+  Io& io = *io_;
+  OpenAttempt attempt;
+  bool opened_here = false;
+  int32_t result = VYN_STATUS_UNSPECIFIC_ERROR;
+  {
+    vyn::ScopedLock lifecycle(&lifecycle_lock_);
+    int32_t answer = VYN_STATUS_UNSPECIFIC_ERROR;
+    const PortRequest request = report ? PortRequest::kOpenReporting : PortRequest::kOpenQuietly;
+    switch (io.requests.Submit(request, kRequestLimitMs, &io.wake, &answer)) {
+      case RequestOutcome::kAnswered:
+        result = answer;
+        break;
+      case RequestOutcome::kTimedOut:
+        break;
+      case RequestOutcome::kNoThread:
+        // A quiet open is for a running thread only.
+        if (!report) return VYN_STATUS_UNSPECIFIC_ERROR;
+        opened_here = true;
+        result = OpenDevice(&attempt) ? VYN_STATUS_SUCCESS : VYN_STATUS_UNSPECIFIC_ERROR;
+        break;
+    }
+  }
+  if (result == VYN_STATUS_SUCCESS) return result;
+  if (opened_here) ReportOpenFailure(attempt);
+  vyn::platform::SleepMilliseconds(kPauseAfterFailedOpenMs);
+  return VYN_STATUS_UNSPECIFIC_ERROR;
 }
 
 int32_t CVYNSerialPort::CloseSerialPort(bool /*unused*/) {
-  if (thread_.IsRunning()) {
-    // The receiving thread owns the device while it runs: it closes it at its
-    // next pass, as if the port had been closed under a pending read.
-    io_->close_done.Reset();
-    close_requested_ = true;
-    io_->wake.Signal();
-    io_->close_done.Wait(2000);
-    return VYN_STATUS_SUCCESS;
+  Io& io = *io_;
+  vyn::ScopedLock lifecycle(&lifecycle_lock_);
+  int32_t answer = VYN_STATUS_SUCCESS;
+  switch (io.requests.Submit(PortRequest::kClose, kRequestLimitMs, &io.wake, &answer)) {
+    case RequestOutcome::kNoThread:
+      io.device.Close();
+      return VYN_STATUS_SUCCESS;
+    case RequestOutcome::kTimedOut:
+      return VYN_STATUS_TIMEOUT;
+    case RequestOutcome::kAnswered:
+      break;
   }
-  ++pass_waiters_;
-  CVYNSynchronize pass(&pass_lock_, true);
-  io_->device.Close();
-  --pass_waiters_;
+  // The thread ends itself; collect it, so that the caller may start a new
+  // one at once.
+  if (answer == kClosedAndEnding) thread_.DestroyThread(true);
   return VYN_STATUS_SUCCESS;
 }
 
 int32_t CVYNSerialPort::InitializeReceivingThread() {
-  if (thread_.IsRunning()) return VYN_STATUS_BUSY;
-  const int32_t opened = OpenSerialPort(true);
-  if (opened < 0) return opened;
-  stopping_ = false;
-  thread_.SetThreadName("VYN Serial Port");
-  return thread_.CreateThread(&SerialPortThreadFunction, nullptr, nullptr, 0, 0, false);
+  Io& io = *io_;
+  OpenAttempt attempt;
+  {
+    vyn::ScopedLock lifecycle(&lifecycle_lock_);
+    if (thread_.IsRunning()) return VYN_STATUS_BUSY;
+    if (OpenDevice(&attempt)) {
+      io.ResetThreadState();
+      io.slot.SetState(LinkState::kUp);
+      io.requests.Attach();
+      thread_.SetThreadName("VYN Serial Port");
+      const int32_t status =
+          thread_.CreateThread(&SerialPortThreadFunction, this, nullptr, 0, 0, false);
+      if (status != VYN_STATUS_SUCCESS) {
+        io.requests.Detach();
+        io.slot.SetState(LinkState::kStopped);
+      }
+      return status;
+    }
+  }
+  ReportOpenFailure(attempt);
+  vyn::platform::SleepMilliseconds(kPauseAfterFailedOpenMs);
+  return VYN_STATUS_UNSPECIFIC_ERROR;
 }
 
 int32_t CVYNSerialPort::TerminateReceivingThread() {
-  stopping_ = true;
-  io_->wake.Signal();
+  Io& io = *io_;
+  vyn::ScopedLock lifecycle(&lifecycle_lock_);
+  // The stop request first, then the wake-up that makes the thread see it.
+  thread_.DestroyThread(false);
+  io.wake.Signal();
   thread_.DestroyThread(true);
-  stopping_ = false;
-  CVYNSynchronize pass(&pass_lock_, true);
-  io_->device.Close();
+  // The thread let go of the device at its end; asking orders this close
+  // after its last use.
+  if (!io.requests.Attached()) io.device.Close();
   return VYN_STATUS_SUCCESS;
 }
 
@@ -202,29 +328,13 @@ bool CVYNSerialPort::IsRunning() { return thread_.IsRunning(); }
 
 int32_t CVYNSerialPort::SendCommand(unsigned char* frame, uint32_t length) {
   if (!thread_.IsRunning()) return VYN_STATUS_BUSY;
-  if (frame == nullptr || length == 0 || length > kSendSlotSize) {
-    return VYN_STATUS_INVALID_PARAMETER;
-  }
-  if (send_length_ != 0 && WaitWhileBusy(kSlotWaitMs) != VYN_STATUS_SUCCESS) {
-    return VYN_STATUS_BUSY;
-  }
-  GetVYNCommandSet().CalculateChecksums(frame);
-  std::memcpy(send_slot_, frame, length);
-  io_->slot_free.Reset();
-  // Publishing the length makes the frame visible; the bytes are in place.
-  send_length_.store(length, std::memory_order_release);
-  io_->wake.Signal();
-  return VYN_STATUS_SUCCESS;
+  const int32_t status = io_->slot.Offer(frame, length, kSlotWaitMs, &PrepareFrame);
+  if (status == VYN_STATUS_SUCCESS) io_->wake.Signal();
+  return status;
 }
 
 int32_t CVYNSerialPort::WaitWhileBusy(uint32_t milliseconds) {
-  const uint32_t start = GetTickCount();
-  for (;;) {
-    const uint32_t elapsed = GetTickCount() - start;
-    if (elapsed >= milliseconds) return VYN_STATUS_TIMEOUT;
-    if (send_length_.load(std::memory_order_acquire) == 0) return VYN_STATUS_SUCCESS;
-    io_->slot_free.Wait(milliseconds - elapsed);
-  }
+  return io_->slot.WaitUntilEmpty(milliseconds);
 }
 
 int32_t CVYNSerialPort::SetDumpMode(uint32_t mode) {
@@ -240,6 +350,14 @@ _SERIAL_LINK_STATISTICS CVYNSerialPort::GetSerialPortStatistics() {
   return io_->assembler.GetStatistics();
 }
 
+uint32_t CVYNSerialPort::GetDroppedFramesCount() { return io_->dropped_frames; }
+
+_VYNSerialOpenFailure CVYNSerialPort::GetLastOpenFailure(std::string* reason) {
+  vyn::MutexLock lock(&io_->failure_mutex);
+  if (reason != nullptr) *reason = io_->last_reason;
+  return io_->last_failure;
+}
+
 void CVYNSerialPort::PublishFrame(uint32_t message_type, const unsigned char* frame,
                                   uint32_t length) {
   _SERIAL_FRAME_RECORD record{};
@@ -251,62 +369,135 @@ void CVYNSerialPort::PublishFrame(uint32_t message_type, const unsigned char* fr
   GetVYNMessageQueue().Notify(message);
 }
 
-void CVYNSerialPort::DropWaitingFrame() {
-  send_length_.store(0, std::memory_order_release);
-  io_->slot_free.Set();
-}
-
-void CVYNSerialPort::WriteWaitingFrame() {
-  const uint32_t length = send_length_.load(std::memory_order_acquire);
+void CVYNSerialPort::CountDroppedFrame(uint32_t length, const char* text) {
   if (length == 0) return;
-  bool written = io_->device.IsOpen();
-  size_t done = 0;
-  while (written && done < length) {
-    const auto result =
-        vyn::platform::WriteDescriptor(io_->device.descriptor(), send_slot_ + done, length - done);
-    if (result.status == IoStatus::kDone) {
-      done += result.count;
-    } else if (result.status == IoStatus::kWouldBlock && !stopping_) {
-      // The line is slower than us: wait until it takes more, or a stop.
-      vyn::platform::WaitForDescriptor(io_->device.descriptor(), true, &io_->wake, 50);
-      io_->wake.Clear();
-    } else {
-      written = false;
-    }
-  }
-  if (written) io_->assembler.CountSentFrame(length);
-  // Reported whether or not the write succeeded, and the slot is freed.
-  PublishFrame(MSG_SERIAL_FRAME_SENT, send_slot_, length);
-  DropWaitingFrame();
+  ++io_->dropped_frames;
+  AddOutput(text, VYN_EVENT_WARNING);
 }
 
-bool CVYNSerialPort::ReadBurst(unsigned char* buffer) {
-  size_t held = 0;
-  bool alive = true;
-  // A frame waiting to go out ends the read early: on a busy line the
-  // writes would otherwise wait for the whole burst.
-  while (held < kReadBufferSize && send_length_.load(std::memory_order_relaxed) == 0) {
-    const auto result = vyn::platform::ReadDescriptor(io_->device.descriptor(), buffer + held,
-                                                      kReadBufferSize - held);
-    if (result.status == IoStatus::kDone) {
-      held += result.count;
-      continue;
+// --- The receiving thread -------------------------------------------------
+
+void CVYNSerialPort::Pause(int milliseconds) {
+  // Requests and the stop come through the wake-up, so they cut this short.
+  io_->wake.Wait(static_cast<uint32_t>(milliseconds));
+}
+
+void CVYNSerialPort::LineLost() {
+  Io& io = *io_;
+  io.device.Close();
+  io.write_length = 0;
+  io.write_blocked = false;
+  io.lost_by_hang_up = true;
+  CountDroppedFrame(io.slot.SetState(LinkState::kDown), kDroppedLineDown);
+}
+
+bool CVYNSerialPort::ServeRequest() {
+  Io& io = *io_;
+  const PortRequest request = io.requests.Take();
+  if (request == PortRequest::kNone) return false;
+  // Every request closes the device first: a frame waiting for it goes
+  // nowhere else.
+  io.device.Close();
+  io.write_length = 0;
+  io.write_blocked = false;
+  io.lost_by_hang_up = false;
+  const uint32_t waiting = io.slot.SetState(LinkState::kDown);
+  CountDroppedFrame(waiting, kDroppedClosed);
+  if (request == PortRequest::kClose) {
+    // Closed with nothing waiting: the thread's work is done. With a frame
+    // dropped the port counts as lost and is opened again.
+    io.requests.Answer(waiting == 0 ? kClosedAndEnding : VYN_STATUS_SUCCESS);
+    return waiting == 0;
+  }
+  OpenAttempt attempt;
+  const bool opened = OpenDevice(&attempt);
+  if (opened) io.slot.SetState(LinkState::kUp);
+  if (!opened && request == PortRequest::kOpenReporting) ReportOpenFailure(attempt);
+  io.requests.Answer(opened ? VYN_STATUS_SUCCESS : VYN_STATUS_UNSPECIFIC_ERROR);
+  return false;
+}
+
+bool CVYNSerialPort::ReopenLostPort() {
+  Io& io = *io_;
+  if (io.lost_by_hang_up) {
+    const std::string path = vyn::platform::SerialDevicePath(GetCOMPort(nullptr));
+    switch (io.device.CheckReopen(path)) {
+      case vyn::platform::ReopenVerdict::kGoneForGood:
+        if (!io.gone_reported) AddOutput(kGoneForGood, VYN_EVENT_WARNING);
+        io.gone_reported = true;
+        Pause(kIdleWaitMs);
+        return false;
+      case vyn::platform::ReopenVerdict::kNotYet:
+        Pause(kPauseAfterFailedOpenMs);
+        return false;
+      case vyn::platform::ReopenVerdict::kReopen:
+        break;
     }
-    if (result.status != IoStatus::kWouldBlock) {
-      alive = result.status != IoStatus::kHungUp;
+  }
+  OpenAttempt attempt;
+  if (!OpenDevice(&attempt)) {
+    Pause(kPauseAfterFailedOpenMs);
+    return false;
+  }
+  io.lost_by_hang_up = false;
+  io.gone_reported = false;
+  io.slot.SetState(LinkState::kUp);
+  return true;
+}
+
+bool CVYNSerialPort::ReadOnce(unsigned char* buffer, bool hung_up) {
+  Io& io = *io_;
+  const auto result =
+      vyn::platform::ReadDescriptor(io.device.descriptor(), buffer, kReadBufferSize);
+  switch (result.status) {
+    case IoStatus::kDone:
+      // Straight to the assembler: a frame is published at its last byte.
+      io.assembler.Feed(buffer, result.count, GetTickCount());
+      return true;
+    case IoStatus::kWouldBlock:
+      // Nothing left to read: a hang-up now counts.
+      return !hung_up;
+    case IoStatus::kHungUp:
+    case IoStatus::kFailed:
+      // A descriptor that fails every read would have the thread spin: it
+      // is given up and opened again, as a lost port.
       break;
-    }
-    // Quiet for 2 ms ends the read, as the interval time-out would; so does
-    // a wake-up (a frame to write, a stop), which the pass then handles.
-    const auto ready =
-        vyn::platform::WaitForDescriptor(io_->device.descriptor(), false, &io_->wake, kQuietLineMs);
-    if (!ready.readable || ready.woken) {
-      alive = !ready.hung_up || ready.readable;
+  }
+  return false;
+}
+
+bool CVYNSerialPort::WriteWaitingFrame() {
+  Io& io = *io_;
+  if (io.write_length == 0) {
+    io.write_length = io.slot.Peek(io.write_buffer);
+    io.written = 0;
+    if (io.write_length == 0) return true;
+  }
+  io.write_blocked = false;
+  bool failed = false;
+  while (io.written < io.write_length) {
+    const auto result = vyn::platform::WriteDescriptor(
+        io.device.descriptor(), io.write_buffer + io.written, io.write_length - io.written);
+    if (result.status == IoStatus::kDone) {
+      io.written += static_cast<uint32_t>(result.count);
+    } else if (result.status == IoStatus::kWouldBlock) {
+      // The line is slower than us: go on when poll() says it takes more.
+      io.write_blocked = true;
+      return true;
+    } else if (result.status == IoStatus::kHungUp) {
+      return false;
+    } else {
+      failed = true;
       break;
     }
   }
-  if (held > 0) io_->assembler.Feed(buffer, held, GetTickCount());
-  return alive;
+  const uint32_t length = io.write_length;
+  io.write_length = 0;
+  // A failed write is not counted, but reported and freed all the same.
+  if (!failed) io.assembler.CountSentFrame(length);
+  io.slot.Complete();
+  PublishFrame(MSG_SERIAL_FRAME_SENT, io.write_buffer, length);
+  return true;
 }
 
 int CVYNSerialPort::WaitTimeoutMs(uint32_t now) const {
@@ -319,58 +510,49 @@ int CVYNSerialPort::WaitTimeoutMs(uint32_t now) const {
   int timeout = kIdleWaitMs;
   const uint32_t last = io_->assembler.GetTimeOfLastReception();
   if (last != 0) timeout = std::min(timeout, until(last, CVYNFrameAssembler::kReceptionTimeoutMs));
-  if (dump_mode_ != 0)
+  if (dump_mode_ != 0) {
     timeout = std::min(timeout, until(last_statistics_tick_, kStatisticsPeriodMs));
+  }
   return timeout;
 }
 
 int32_t CVYNSerialPort::RunSerialPortThread() {
+  Io& io = *io_;
   AddOutput(GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, 7), VYN_EVENT_INFORMATION);
   std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[kReadBufferSize]);
   if (!buffer) {
+    CountDroppedFrame(io.slot.SetState(LinkState::kStopped), kDroppedStopped);
+    io.requests.Detach();
     AddOutput(GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, 8), VYN_EVENT_ERROR);
     return static_cast<int32_t>(kNoMemoryExitCode);
   }
-  bool closed_under_us = false;
-  while (thread_.IsRunning() && !stopping_) {
+  while (thread_.IsRunning()) {
     thread_.UpdateStatus();
     const uint32_t now = GetTickCount();
     if (dump_mode_ != 0 && now - last_statistics_tick_ > kStatisticsPeriodMs) {
-      AddOutput(io_->assembler.FormatStatistics(), VYN_EVENT_DEBUG);
+      AddOutput(io.assembler.FormatStatistics(), VYN_EVENT_DEBUG);
       last_statistics_tick_ = now;
     }
-    // Another thread waiting for the pass lock gets it before the next pass.
-    if (pass_waiters_ != 0) vyn::platform::SleepMilliseconds(1);
-    CVYNSynchronize pass(&pass_lock_, true);
-    if (close_requested_.exchange(false)) {
-      const bool frame_waiting = send_length_ != 0;
-      if (frame_waiting) DropWaitingFrame();
-      io_->device.Close();
-      io_->close_done.Set();
-      if (!frame_waiting) {
-        closed_under_us = true;
-        break;
-      }
-      continue;
-    }
-    if (!io_->device.IsOpen()) {
-      // A lost port: reopen it quietly by its name, 10 ms apart.
-      if (OpenDevice(false, false) != VYN_STATUS_SUCCESS) {
-        pass.Leave();
-        thread_.Sleep(kPauseAfterFailedOpenMs);
-        continue;
-      }
-    }
-    const auto ready = vyn::platform::WaitForDescriptor(io_->device.descriptor(), false, &io_->wake,
-                                                        WaitTimeoutMs(now));
-    if (ready.woken) io_->wake.Clear();
-    if (send_length_.load(std::memory_order_acquire) != 0 && !stopping_) WriteWaitingFrame();
-    bool alive = !ready.hung_up || ready.readable;
-    if (ready.readable) alive = ReadBurst(buffer.get());
-    if (!alive) io_->device.Close();
-    io_->assembler.CheckTimeout(GetTickCount());
+    // A close with nothing waiting ends the thread; CloseSerialPort
+    // collects it (DestroyThread), so it is not released here: a thread
+    // that released itself could still be in its procedure's last steps
+    // while its owner goes away.
+    if (ServeRequest()) break;
+    if (!io.device.IsOpen() && !ReopenLostPort()) continue;
+    const auto ready = vyn::platform::WaitForDescriptor(io.device.descriptor(), io.write_blocked,
+                                                        &io.wake, WaitTimeoutMs(now));
+    if (ready.woken) io.wake.Clear();
+    // Whatever is still buffered is read before a hang-up counts.
+    bool alive = true;
+    if (ready.readable || ready.hung_up) alive = ReadOnce(buffer.get(), ready.hung_up);
+    if (alive && (!io.write_blocked || ready.writable)) alive = WriteWaitingFrame();
+    if (!alive) LineLost();
+    io.assembler.CheckTimeout(GetTickCount());
   }
+  CountDroppedFrame(io.slot.SetState(LinkState::kStopped), kDroppedStopped);
+  io.write_length = 0;
+  // The device is the lifecycle lock holder's from here on.
+  io.requests.Detach();
   AddOutput(GetVYNLanguage().GetString(VYN_MODULE_SERIAL_PORT, 9), VYN_EVENT_INFORMATION);
-  if (closed_under_us) thread_.EndOfThread();
   return 0;
 }

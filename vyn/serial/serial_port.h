@@ -8,42 +8,95 @@
 // _SERIAL_FRAME_RECORD), reopens a lost port and, in dump mode, writes the
 // link statistics to the log once a second.
 //
-// The receiving thread waits in poll() on the port and on a wake-up
-// descriptor: a frame queued by SendCommand is written at once, an idle port
-// costs no processor time, and a read is complete after 2 ms of quiet on the
-// line (or when 32768 bytes have arrived). A port that hangs up (an unplugged
-// adapter, a closed pseudo-terminal) is closed and reopened by its name, pass
-// after pass, 10 ms apart while that fails; nothing is logged meanwhile.
+// The receiving thread owns the device while it runs. It waits in poll() on
+// the port and on a wake-up descriptor: a frame queued by SendCommand is
+// written at once, an idle port costs no processor time, and the bytes of
+// every read go to the frame assembler as they arrive, so a frame is
+// published as soon as its last byte is in. OpenSerialPort and
+// CloseSerialPort are requests that the thread carries out while it runs;
+// without a thread the caller opens and closes the port itself.
+//
+// The line going down: when the port hangs up (an unplugged adapter, a
+// closed pseudo-terminal), the thread closes it and reopens it quietly,
+// 10 ms apart while that fails. A frame that the application handed over is
+// written only to the port that was open when it was accepted, never after
+// the line went down:
+// - a frame still waiting when the port hangs up, is closed or reopened, or
+//   the thread stops is dropped, counted (GetDroppedFramesCount) and logged
+//   as a warning; it gets no MSG_SERIAL_FRAME_SENT;
+// - SendCommand while the port is down answers VYN_STATUS_NO_CONNECTION and
+//   queues nothing, also when the line goes down while it waits for the
+//   slot.
+// A real port comes back under its name. A pseudo-terminal whose other side
+// went away never does under its own name (the number goes to the next
+// terminal session anybody opens); reached through a symbolic link, it comes
+// back when the link is made to lead to a new device. A port gone for good
+// is logged once as a warning; the thread keeps running idle, SendCommand
+// answers VYN_STATUS_NO_CONNECTION, and OpenSerialPort(true) or a new port
+// name (SetCOMPort) opens again.
+//
+// Open failures: OpenSerialPort(true) and InitializeReceivingThread log the
+// failed step as "<text> GetLastError() = <errno>." and right after it a
+// second error entry with the reason in words and the system's text, for
+// example "The port is in use by another program (/dev/ttyUSB0: Device or
+// resource busy)."; GetLastOpenFailure gives the same to a program.
 //
 // Port names: a name with '/' is a path; "COMn" is /dev/ttyS<n-1>; any other
 // name is /dev/<name>. Names of any length are accepted.
 // Frames: SendCommand takes at most 512 bytes (the send slot); a longer frame,
 // a null frame or a length of 0 is refused with VYN_STATUS_INVALID_PARAMETER.
-// CloseSerialPort while the receiving thread runs: the thread closes the port
-// at its next pass; with no frame waiting it then ends itself ("The receiving
-// thread has been terminated."), with a frame waiting it drops that frame
-// (without a sent message) and reopens the port, as a lost port.
+// CloseSerialPort while the receiving thread runs: the thread closes the
+// port; with no frame waiting it ends itself ("The receiving thread has been
+// terminated.") and CloseSerialPort returns once it has ended; with a frame
+// waiting it drops that frame and reopens the port, as a lost port.
 //
 // Ownership: the port owns its device, thread, events and buffers.
-// Thread-safety: settings, SendCommand, WaitWhileBusy and the start and stop
-// operations may be called from any thread. The pass lock is held by the
-// receiving thread for each pass; OpenSerialPort and CloseSerialPort take it
-// too, so they never change the device under a running pass. Lock order: the
-// thread object's lock (TerminateReceivingThread) before the pass lock.
+// Thread-safety: settings, SendCommand, WaitWhileBusy, the statistics and the
+// start and stop operations may be called from any thread, any number of
+// them at once, except from the receiving thread itself (no application
+// code runs there). Each frame SendCommand accepts is written exactly once
+// (or dropped as above); senders wait for the one slot up to 100 ms.
+//
+// Locks, in the order in which they may be taken:
+// 1. the lifecycle lock: serialises InitializeReceivingThread,
+//    TerminateReceivingThread, OpenSerialPort and CloseSerialPort. It is held
+//    while they wait for the receiving thread (its start, an answer to a
+//    request, its end), which never takes it.
+// 2. the thread object's own lock (inside CreateThread, DestroyThread,
+//    EndOfThread; held for a few instructions, never across a wait).
+// 3. the request mutex and the send slot's mutex (internal; leaves). The
+//    slot's mutex is held while the command set fills in a frame's
+//    sequence number and checksums, which takes the command set's sequence
+//    lock after it.
+// The settings lock (port name) is a leaf taken alone. The receiving thread
+// holds no lock of the port while it waits for the descriptor, while the
+// frame assembler's sink publishes a frame (Notify takes the library queue's
+// receiver lock and each receiver's message lock), and while it logs (the
+// log's queue lock); none of those reach back into the port's locks.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "vyn/base/critical_section.h"
 #include "vyn/base/export.h"
+#include "vyn/base/thread_annotations.h"
 #include "vyn/core/log_event_type.h"
 #include "vyn/device/frame_format.h"
 #include "vyn/serial/serial_statistics.h"
 #include "vyn/threads/monitored_thread.h"
+
+// Why the last open of the serial port failed.
+enum _VYNSerialOpenFailure {
+  VYN_SERIAL_OPEN_OK = 0,          // the last open succeeded (or none was tried)
+  VYN_SERIAL_OPEN_MISSING = 1,     // no such port
+  VYN_SERIAL_OPEN_PERMISSION = 2,  // this user may not open it
+  VYN_SERIAL_OPEN_NOT_SERIAL = 3,  // it is not a serial device
+  VYN_SERIAL_OPEN_IN_USE = 4,      // another program holds it
+  VYN_SERIAL_OPEN_OTHER = 5,       // the system refused it otherwise
+};
 
 class VYN_EXPORT CVYNSerialPort {
  public:
@@ -59,8 +112,8 @@ class VYN_EXPORT CVYNSerialPort {
   // (with the name already changed).
   int32_t SetSerialPortSettings(std::string port_name, int32_t baud_id);
   int32_t GetSerialPortSettings(std::string* port_name, int32_t* baud_id);
-  int32_t SetCOMPort(std::string port_name);
-  std::string GetCOMPort(std::string* port_name);
+  int32_t SetCOMPort(std::string port_name) VYN_EXCLUDES(settings_lock_);
+  std::string GetCOMPort(std::string* port_name) VYN_EXCLUDES(settings_lock_);
   int32_t SetBaudRateAsID(int32_t baud_id);
   int32_t GetBaudRateAsID(int32_t* baud_id);
   int32_t GetBaudRate();
@@ -71,15 +124,18 @@ class VYN_EXPORT CVYNSerialPort {
   // Opens and configures the port (0, or -1 after a 10 ms pause). With
   // `report` false it is a quiet reopen that only works while the receiving
   // thread runs; with `report` true failures are logged.
-  int32_t OpenSerialPort(bool report);
-  int32_t CloseSerialPort(bool unused);
-  int32_t InitializeReceivingThread();
+  int32_t OpenSerialPort(bool report) VYN_EXCLUDES(lifecycle_lock_);
+  // 0; VYN_STATUS_TIMEOUT only when a running receiving thread did not take
+  // the request within 5 s (it is frozen after a hang).
+  int32_t CloseSerialPort(bool unused) VYN_EXCLUDES(lifecycle_lock_);
+  int32_t InitializeReceivingThread() VYN_EXCLUDES(lifecycle_lock_);
   int32_t RunSerialPortThread();
-  int32_t TerminateReceivingThread();
+  int32_t TerminateReceivingThread() VYN_EXCLUDES(lifecycle_lock_);
   bool IsRunning();
   // Queues one frame for writing after filling in its sequence number and
   // checksums (in the caller's buffer too). VYN_STATUS_BUSY when the thread
-  // does not run or the slot stays busy for 100 ms.
+  // does not run or the slot stays busy for 100 ms; VYN_STATUS_NO_CONNECTION
+  // while the port is down. A refused frame is left as it was.
   int32_t SendCommand(unsigned char* frame, uint32_t length);
   // 0 as soon as no frame waits; VYN_STATUS_TIMEOUT when `milliseconds` ran
   // out (at once for 0).
@@ -91,35 +147,44 @@ class VYN_EXPORT CVYNSerialPort {
   // counters behind it.
   std::string GetSerialPortStatus();
   _SERIAL_LINK_STATISTICS GetSerialPortStatistics();
+  // Accepted frames that were dropped instead of written (see above), since
+  // the port object was made; opening the port does not reset it.
+  uint32_t GetDroppedFramesCount();
+  // Why the last open (by any operation, the thread's quiet reopens
+  // included) failed; VYN_SERIAL_OPEN_OK after a successful one. `reason`,
+  // when given, receives the sentence of the log's second entry (empty
+  // after a success).
+  _VYNSerialOpenFailure GetLastOpenFailure(std::string* reason);
 
  private:
+  struct Io;
+  struct OpenAttempt;
+
   int32_t AddOutput(std::string text, _VYNSystemLogExEventType type);
-  // Open, configure and count from 0; logs failures when `report`.
-  int32_t OpenDevice(bool report, bool pause_on_failure);
-  void LogOpenFailure(int step, int error);
+  // Closes the device, counts from 0 and opens it again by the current name
+  // and baud rate. The caller owns the device (see PortRequests).
+  bool OpenDevice(OpenAttempt* attempt);
+  void ReportOpenFailure(const OpenAttempt& attempt);
   void PublishFrame(uint32_t message_type, const unsigned char* frame, uint32_t length);
-  // Writes the waiting frame; false when a stop cut the write short.
-  void WriteWaitingFrame();
-  // Reads until the line has been quiet for 2 ms; false when the port hung up.
-  bool ReadBurst(unsigned char* buffer);
-  void DropWaitingFrame();
+  void CountDroppedFrame(uint32_t length, const char* text);
+  // The receiving thread's steps.
+  bool ServeRequest();
+  bool ReopenLostPort();
+  bool ReadOnce(unsigned char* buffer, bool hung_up);
+  bool WriteWaitingFrame();
+  void LineLost();
+  void Pause(int milliseconds);
   int WaitTimeoutMs(uint32_t now) const;
 
-  std::mutex settings_mutex_;  // guards the port name
-  std::string port_name_ = "COM1";
+  CRITICAL_SECTION settings_lock_;
+  std::string port_name_ VYN_GUARDED_BY(settings_lock_) = "COM1";
   std::atomic<int32_t> baud_id_{6};
   std::atomic<uint32_t> dump_mode_{0};
-  uint32_t last_statistics_tick_ = 0;
-  CRITICAL_SECTION pass_lock_;
+  uint32_t last_statistics_tick_ = 0;  // the receiving thread's
+  CRITICAL_SECTION lifecycle_lock_ VYN_ACQUIRED_BEFORE(settings_lock_);
   CVYNMonitoredThread thread_;
-  unsigned char send_slot_[kSendSlotSize] = {};
-  std::atomic<uint32_t> send_length_{0};
-  std::atomic<bool> stopping_{false};
-  std::atomic<bool> close_requested_{false};
-  std::atomic<int> pass_waiters_{0};
-  // The device, the wake-up of the thread, the events and the assembler:
-  // built on the platform layer, so kept out of this header.
-  struct Io;
+  // The device, the wake-up of the thread, the send slot, the requests and
+  // the assembler: built on the platform layer, so kept out of this header.
   std::unique_ptr<Io> io_;
 };
 

@@ -1,0 +1,393 @@
+// Faults of the serial port that were found by using it as a clumsy or
+// hostile program would, each reproduced as it was met: stops that raced
+// the thread's own end, senders that overwrote each other, commands that
+// reached the device long after the line had gone down, a reopen that took
+// over another user's terminal, and open failures that did not say why.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/file_system.h"
+#include "support/pseudo_terminal.h"
+#include "tests/serial/serial_port_fixture.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using vyn::test::RunWithin;
+using vyn::test::SerialPortTest;
+using vyn::test::WaitUntil;
+using Clock = std::chrono::steady_clock;
+
+// A 7-byte request whose only purpose is to be counted.
+int32_t SendSmallRequest(CVYNSerialPort& port) {
+  unsigned char frame[16] = {};
+  return port.SendCommand(frame, GetVYNCommandSet().PrepareReqGetDeviceInfo(frame));
+}
+
+// True while nobody holds the slave of `terminal` open: its master then
+// reports a hang-up.
+bool SlaveUnused(const vyn::support::PseudoTerminal& terminal) {
+  pollfd watched{terminal.master_descriptor(), POLLIN, 0};
+  return poll(&watched, 1, 0) > 0 && (watched.revents & POLLHUP) != 0;
+}
+
+// Opens terminals until one gets the slave path `wanted` (freed a moment ago
+// and so the lowest free number, unless another program took it first).
+bool ReuseTerminalNumber(const std::string& wanted, vyn::support::PseudoTerminal* reused) {
+  std::vector<vyn::support::PseudoTerminal> others;
+  for (int i = 0; i < 64; ++i) {
+    vyn::support::PseudoTerminal terminal;
+    if (!terminal.Open()) return false;
+    if (terminal.slave_path() == wanted) {
+      *reused = std::move(terminal);
+      return true;
+    }
+    others.push_back(std::move(terminal));
+  }
+  return false;
+}
+
+TEST_F(SerialPortTest, CloseThenTerminateAtOnceNeverHangs) {
+  RunWithin(seconds(90), "CloseSerialPort(true) then TerminateReceivingThread()", [this] {
+    int rounds = 0;
+    for (const auto end = Clock::now() + seconds(3); Clock::now() < end; ++rounds) {
+      ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS) << rounds;
+      // Every other round with a frame on its way, which keeps the thread
+      // running past the close.
+      if (rounds % 2 == 1) SendSmallRequest(port_);
+      EXPECT_EQ(port_.CloseSerialPort(true), VYN_STATUS_SUCCESS);
+      EXPECT_EQ(port_.TerminateReceivingThread(), VYN_STATUS_SUCCESS);
+      ASSERT_FALSE(port_.IsRunning()) << rounds;
+    }
+    EXPECT_GT(rounds, 20);
+    // The same race through the destructor, as at library unload.
+    for (const auto end = Clock::now() + seconds(2); Clock::now() < end;) {
+      auto port = std::make_unique<CVYNSerialPort>();
+      port->SetCOMPort(device_.port_path());
+      ASSERT_EQ(port->InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+      port->CloseSerialPort(true);
+    }
+  });
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  EXPECT_TRUE(RoundTrip());
+}
+
+TEST_F(SerialPortTest, FourSendersEveryAcceptedFrameArrivesExactlyOnce) {
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  const uint32_t dropped_before = port_.GetDroppedFramesCount();
+  constexpr int kSenders = 4;
+  std::atomic<uint32_t> accepted{0};
+  std::atomic<uint32_t> refused{0};
+  RunWithin(seconds(60), "four senders", [&] {
+    std::vector<std::thread> senders;
+    senders.reserve(kSenders);
+    for (int sender = 0; sender < kSenders; ++sender) {
+      senders.emplace_back([&, sender] {
+        const auto end = Clock::now() + seconds(2);
+        for (uint32_t i = 0; i < 3000 && Clock::now() < end; ++i) {
+          // Sender and number in the payload make every frame unique.
+          unsigned char frame[64] = {};
+          const unsigned char ids[] = {static_cast<unsigned char>(sender),
+                                       static_cast<unsigned char>(i & 0xFF),
+                                       static_cast<unsigned char>(i >> 8)};
+          const unsigned char rates[] = {0, 0, 0};
+          const uint16_t length = GetVYNCommandSet().PrepareReqGetStatus(frame, 3, ids, rates);
+          const int32_t status = port_.SendCommand(frame, length);
+          if (status == VYN_STATUS_SUCCESS) {
+            ++accepted;
+          } else {
+            // Only a slot busy for 100 ms on a loaded machine may refuse.
+            EXPECT_EQ(status, VYN_STATUS_BUSY);
+            ++refused;
+          }
+        }
+      });
+    }
+    for (std::thread& sender : senders) sender.join();
+  });
+  ASSERT_GT(accepted, 100u);
+  EXPECT_EQ(port_.WaitWhileBusy(5000), VYN_STATUS_SUCCESS);
+  EXPECT_TRUE(WaitUntil([&] { return device_.counters().requests >= accepted; }, seconds(20)));
+  EXPECT_TRUE(recorder_->WaitFor(
+      [&] { return recorder_->Count(MSG_SERIAL_FRAME_SENT) >= accepted; }, seconds(20)));
+  std::this_thread::sleep_for(milliseconds(100));  // anything extra would show now
+  const vyn::sim::DeviceSimulatorCounters device = device_.counters();
+  EXPECT_EQ(device.requests, accepted);
+  EXPECT_EQ(device.bad_requests, 0u);
+  EXPECT_EQ(device.stray_bytes, 0u);
+  // Each accepted frame was reported sent once, and no two were the same.
+  const auto sent = recorder_->Frames(MSG_SERIAL_FRAME_SENT);
+  EXPECT_EQ(sent.size(), accepted);
+  std::set<std::string> payloads;
+  for (const auto& frame : sent) payloads.emplace(frame.bytes.begin() + 7, frame.bytes.end() - 1);
+  EXPECT_EQ(payloads.size(), accepted);
+  EXPECT_EQ(port_.GetSerialPortStatistics().frames_sent, accepted);
+  EXPECT_EQ(port_.GetDroppedFramesCount(), dropped_before);
+}
+
+TEST_F(SerialPortTest, SendersKeepGoingWhileThePortIsClosedAndReopened) {
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  const uint64_t requests_before = device_.counters().requests;
+  const uint32_t dropped_before = port_.GetDroppedFramesCount();
+  std::atomic<uint32_t> accepted{0};
+  std::atomic<bool> stop{false};
+  RunWithin(seconds(90), "senders against close, open and stop", [&] {
+    std::vector<std::thread> senders;
+    senders.reserve(4);
+    for (int i = 0; i < 4; ++i) {
+      senders.emplace_back([&] {
+        while (!stop) {
+          const int32_t status = SendSmallRequest(port_);
+          if (status == VYN_STATUS_SUCCESS) {
+            ++accepted;
+          } else {
+            EXPECT_TRUE(status == VYN_STATUS_BUSY || status == VYN_STATUS_NO_CONNECTION) << status;
+            std::this_thread::yield();
+          }
+        }
+      });
+    }
+    unsigned step = 0;
+    for (const auto end = Clock::now() + seconds(3); Clock::now() < end; ++step) {
+      switch (step % 5) {
+        case 0:
+          port_.CloseSerialPort(true);
+          break;
+        case 1:
+          port_.TerminateReceivingThread();
+          break;
+        case 2:
+          port_.OpenSerialPort(step % 2 == 0);
+          break;
+        default:
+          if (!port_.IsRunning()) {
+            EXPECT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+          }
+          break;
+      }
+      std::this_thread::sleep_for(milliseconds(step % 7));
+    }
+    stop = true;
+    for (std::thread& sender : senders) sender.join();
+    port_.TerminateReceivingThread();
+  });
+  // Every accepted frame reached the device or was counted as dropped
+  // (closing or reopening the port once discarded frames that it had
+  // already reported as sent).
+  const auto delivered = [&] {
+    return device_.counters().requests - requests_before +
+           (port_.GetDroppedFramesCount() - dropped_before);
+  };
+  EXPECT_TRUE(WaitUntil([&] { return delivered() >= accepted; }, seconds(10)));
+  EXPECT_EQ(delivered(), accepted);
+  EXPECT_GT(accepted, 100u);
+
+  // A reply cut short by a close stays in the assembler as the start of a
+  // frame across the next open; it times out after 2 s, and the replies
+  // after it come through.
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  EXPECT_TRUE(RoundTripWithin(seconds(15)));
+}
+
+TEST_F(SerialPortTest, NoCommandReachesTheDeviceAfterTheLineWentDown) {
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  ASSERT_TRUE(RoundTrip());
+  const uint64_t requests_before = device_.counters().requests;
+  const uint32_t dropped_before = port_.GetDroppedFramesCount();
+  const size_t sent_before = recorder_->Count(MSG_SERIAL_FRAME_SENT);
+  ASSERT_TRUE(device_.Unplug());
+  // Frames accepted before the thread sees the hang-up cannot be written:
+  // each is dropped; after that nothing is accepted.
+  uint32_t accepted = 0;
+  ASSERT_TRUE(WaitUntil(
+      [&] {
+        const int32_t status = SendSmallRequest(port_);
+        accepted += status == VYN_STATUS_SUCCESS ? 1 : 0;
+        return status == VYN_STATUS_NO_CONNECTION;
+      },
+      milliseconds(5000)));
+  ASSERT_TRUE(WaitUntil([&] { return port_.GetDroppedFramesCount() == dropped_before + accepted; },
+                        milliseconds(5000)));
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(SendSmallRequest(port_), VYN_STATUS_NO_CONNECTION);
+  EXPECT_EQ(port_.WaitWhileBusy(100), VYN_STATUS_SUCCESS);
+
+  ASSERT_TRUE(device_.Replug());
+  ASSERT_TRUE(RoundTripWithin(seconds(10)));
+  std::this_thread::sleep_for(milliseconds(200));
+  // The device got the round trip's request and nothing from the time the
+  // line was down; the dropped frames were never reported as sent.
+  EXPECT_EQ(device_.counters().requests, requests_before + 1);
+  EXPECT_EQ(recorder_->Count(MSG_SERIAL_FRAME_SENT), sent_before + 1);
+  // The reopen counted from zero.
+  EXPECT_EQ(port_.GetSerialPortStatistics().frames_received, 1u);
+}
+
+TEST_F(SerialPortTest, AWaitingFrameIsDroppedWhenTheLineHangsUp) {
+  // A peer that never reads: the line fills up and frames wait.
+  vyn::support::PseudoTerminal peer;
+  ASSERT_TRUE(peer.Open());
+  port_.SetCOMPort(peer.slave_path());
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  unsigned char frame[CVYNSerialPort::kSendSlotSize] = {0x42, 0x01, 0x40};
+  // The largest frame the slot takes: 504 bytes of payload.
+  constexpr uint16_t kPayload = CVYNSerialPort::kSendSlotSize - 8;
+  frame[3] = kPayload & 0xFF;
+  frame[4] = kPayload >> 8;
+  uint32_t accepted = 0;
+  bool waiting = false;
+  for (int i = 0; i < 4000 && !waiting; ++i) {
+    ASSERT_EQ(port_.SendCommand(frame, sizeof frame), VYN_STATUS_SUCCESS) << i;
+    ++accepted;
+    waiting = port_.WaitWhileBusy(300) == VYN_STATUS_TIMEOUT;
+  }
+  ASSERT_TRUE(waiting) << "the line never filled up";
+  EXPECT_EQ(port_.SendCommand(frame, sizeof frame), VYN_STATUS_BUSY);
+
+  const uint32_t dropped_before = port_.GetDroppedFramesCount();
+  peer.Close();  // the hang-up
+  EXPECT_TRUE(WaitUntil([&] { return port_.GetDroppedFramesCount() == dropped_before + 1; },
+                        milliseconds(5000)));
+  EXPECT_EQ(port_.WaitWhileBusy(100), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(port_.SendCommand(frame, sizeof frame), VYN_STATUS_NO_CONNECTION);
+  std::this_thread::sleep_for(milliseconds(100));
+  EXPECT_EQ(recorder_->Count(MSG_SERIAL_FRAME_SENT), accepted - 1);
+  EXPECT_TRUE(port_.IsRunning());
+}
+
+TEST_F(SerialPortTest, AReusedPseudoTerminalNumberIsNotTakenOver) {
+  // Opened by its own name: gone for good once its other side has closed.
+  auto first = std::make_unique<vyn::support::PseudoTerminal>();
+  ASSERT_TRUE(first->Open());
+  const std::string number = first->slave_path();
+  port_.SetCOMPort(number);
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  first.reset();
+  ASSERT_TRUE(WaitUntil([&] { return SendSmallRequest(port_) == VYN_STATUS_NO_CONNECTION; },
+                        milliseconds(5000)));
+  vyn::support::PseudoTerminal session;
+  if (!ReuseTerminalNumber(number, &session)) GTEST_SKIP() << number << " was not free again";
+  std::this_thread::sleep_for(milliseconds(300));  // thirty reopen periods
+  EXPECT_TRUE(SlaveUnused(session)) << "the driver opened another session's " << number;
+  EXPECT_EQ(SendSmallRequest(port_), VYN_STATUS_NO_CONNECTION);
+  port_.TerminateReceivingThread();
+
+  // Through a link: the old link leads to the reused number and is not
+  // followed; the link made to lead to a new terminal is.
+  vyn::test::TempDir dir;
+  const std::string link = dir.File("port");
+  auto linked = std::make_unique<vyn::support::PseudoTerminal>();
+  ASSERT_TRUE(linked->Open());
+  ASSERT_TRUE(vyn::support::ReplaceSymbolicLink(linked->slave_path(), link));
+  const std::string linked_number = linked->slave_path();
+  port_.SetCOMPort(link);
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  linked.reset();
+  ASSERT_TRUE(WaitUntil([&] { return SendSmallRequest(port_) == VYN_STATUS_NO_CONNECTION; },
+                        milliseconds(5000)));
+  vyn::support::PseudoTerminal stranger;
+  if (ReuseTerminalNumber(linked_number, &stranger)) {
+    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_TRUE(SlaveUnused(stranger)) << "the driver followed the old link to " << linked_number;
+  }
+  vyn::support::PseudoTerminal replacement;
+  ASSERT_TRUE(replacement.Open());
+  ASSERT_TRUE(vyn::support::ReplaceSymbolicLink(replacement.slave_path(), link));
+  EXPECT_TRUE(
+      WaitUntil([&] { return SendSmallRequest(port_) == VYN_STATUS_SUCCESS; }, milliseconds(5000)));
+  EXPECT_FALSE(SlaveUnused(replacement));
+}
+
+TEST(SerialPortTerminalTest, ATerminalUsedAsPortGetsItsSettingsAndOthersBack) {
+  // A terminal session in its usual cooked mode, opened as a port by mistake.
+  vyn::support::PseudoTerminal terminal;
+  ASSERT_TRUE(terminal.Open());
+  const int session = open(terminal.slave_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(session, 0);
+  termios cooked{};
+  ASSERT_EQ(tcgetattr(session, &cooked), 0);
+  cooked.c_lflag |= ECHO | ICANON;
+  ASSERT_EQ(tcsetattr(session, TCSANOW, &cooked), 0);
+
+  CVYNSerialPort port;
+  port.SetCOMPort(terminal.slave_path());
+  ASSERT_EQ(port.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  termios during{};
+  ASSERT_EQ(tcgetattr(session, &during), 0);
+  EXPECT_EQ(during.c_lflag & (ECHO | ICANON), 0u);
+  int exclusive = 0;
+  ASSERT_EQ(ioctl(session, TIOCGEXCL, &exclusive), 0);
+  EXPECT_EQ(exclusive, 1);
+  port.TerminateReceivingThread();
+
+  termios after{};
+  ASSERT_EQ(tcgetattr(session, &after), 0);
+  EXPECT_EQ(after.c_lflag & (ECHO | ICANON), static_cast<tcflag_t>(ECHO | ICANON));
+  // The exclusive use is lifted too, so that other users may open it again.
+  ASSERT_EQ(ioctl(session, TIOCGEXCL, &exclusive), 0);
+  EXPECT_EQ(exclusive, 0);
+  close(session);
+}
+
+TEST(SerialPortOpenFailureTest, OpenFailuresSayWhy) {
+  vyn::test::TempDir dir;
+  CVYNSerialPort port;
+  std::string reason;
+
+  port.SetCOMPort(dir.File("missing"));
+  EXPECT_EQ(port.OpenSerialPort(true), VYN_STATUS_UNSPECIFIC_ERROR);
+  EXPECT_EQ(port.GetLastOpenFailure(&reason), VYN_SERIAL_OPEN_MISSING);
+  EXPECT_EQ(reason,
+            "The port does not exist (" + dir.File("missing") + ": No such file or directory).");
+
+  vyn::test::WriteFile(dir.File("plain"), "not a terminal");
+  for (const std::string& path : {dir.File("plain"), dir.path()}) {
+    port.SetCOMPort(path);
+    EXPECT_EQ(port.InitializeReceivingThread(), VYN_STATUS_UNSPECIFIC_ERROR) << path;
+    EXPECT_EQ(port.GetLastOpenFailure(&reason), VYN_SERIAL_OPEN_NOT_SERIAL) << path;
+    EXPECT_EQ(reason.rfind("The port is not a serial device (" + path + ": ", 0), 0u) << reason;
+  }
+
+  vyn::support::PseudoTerminal terminal;
+  ASSERT_TRUE(terminal.Open());
+  const int holder = open(terminal.slave_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(holder, 0);
+  ASSERT_EQ(flock(holder, LOCK_EX | LOCK_NB), 0);
+  port.SetCOMPort(terminal.slave_path());
+  EXPECT_EQ(port.OpenSerialPort(true), VYN_STATUS_UNSPECIFIC_ERROR);
+  EXPECT_EQ(port.GetLastOpenFailure(&reason), VYN_SERIAL_OPEN_IN_USE);
+  EXPECT_EQ(reason, "The port is in use by another program (" + terminal.slave_path() +
+                        ": Device or resource busy).");
+  close(holder);
+
+  if (geteuid() != 0) {  // root opens anything
+    vyn::test::WriteFile(dir.File("locked"), "");
+    ASSERT_EQ(chmod(dir.File("locked").c_str(), 0), 0);
+    port.SetCOMPort(dir.File("locked"));
+    EXPECT_EQ(port.OpenSerialPort(true), VYN_STATUS_UNSPECIFIC_ERROR);
+    EXPECT_EQ(port.GetLastOpenFailure(nullptr), VYN_SERIAL_OPEN_PERMISSION);
+  }
+
+  port.SetCOMPort(terminal.slave_path());
+  EXPECT_EQ(port.OpenSerialPort(true), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(port.GetLastOpenFailure(&reason), VYN_SERIAL_OPEN_OK);
+  EXPECT_EQ(reason, "");
+  port.CloseSerialPort(true);
+}
+
+}  // namespace

@@ -1,0 +1,159 @@
+// What the serial port tests share: a receiver queue that records the frames
+// the library publishes, and a fixture that runs the library's serial port
+// against the simulated device on a real pseudo-terminal.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "sim/device_simulator.h"
+#include "vyn/core/status.h"
+#include "vyn/device/command_set.h"
+#include "vyn/queue/message.h"
+#include "vyn/queue/message_queue.h"
+#include "vyn/serial/serial_port.h"
+
+namespace vyn::test {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// The frame's length by its own header.
+inline size_t RecordedFrameLength(const unsigned char* f) {
+  const unsigned length16 = f[3] | (f[4] << 8);
+  if (f[0] == 0x42) return length16 == 0 ? 7 : length16 + 8u;
+  if (f[0] == 0x3E) return f[2] + 5u;
+  return 0;
+}
+
+class FrameRecorder : public CVYNMessageQueue {
+ public:
+  struct Frame {
+    uint32_t type;
+    std::vector<unsigned char> bytes;
+  };
+
+  size_t Count(uint32_t type) {
+    std::lock_guard lock(mutex_);
+    size_t count = 0;
+    for (const Frame& frame : frames_) count += frame.type == type ? 1 : 0;
+    return count;
+  }
+
+  bool WaitFor(const std::function<bool()>& done, seconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [&] {
+      lock.unlock();
+      const bool ok = done();
+      lock.lock();
+      return ok;
+    });
+  }
+
+  std::vector<Frame> Frames(uint32_t type) {
+    std::lock_guard lock(mutex_);
+    std::vector<Frame> matching;
+    for (const Frame& frame : frames_) {
+      if (frame.type == type) matching.push_back(frame);
+    }
+    return matching;
+  }
+
+ protected:
+  int32_t ProcessMessage(CVYNMessage& message) override {
+    const auto* record = reinterpret_cast<const _SERIAL_FRAME_RECORD*>(message.GetBuffer());
+    if (record == nullptr || message.GetBufferSize() != sizeof(_SERIAL_FRAME_RECORD)) return 0;
+    const unsigned char* f = record->frame;
+    {
+      std::lock_guard lock(mutex_);
+      frames_.push_back(
+          {message.GetMessageType(), std::vector<unsigned char>(f, f + RecordedFrameLength(f))});
+    }
+    changed_.notify_all();
+    return 0;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Frame> frames_;
+};
+
+// Polls `done` every few milliseconds until it holds or `limit` has passed.
+inline bool WaitUntil(const std::function<bool()>& done, milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(milliseconds(2));
+  }
+  return true;
+}
+
+// Runs `body`; a body still running after `limit` is a hang: the test
+// program ends at once with a message instead of waiting for the runner's
+// time-out.
+inline void RunWithin(seconds limit, const char* what, const std::function<void()>& body) {
+  std::packaged_task<void()> task(body);
+  std::future<void> done = task.get_future();
+  std::thread runner(std::move(task));
+  if (done.wait_for(limit) != std::future_status::ready) {
+    std::fprintf(stderr, "HANG: %s did not finish within %lld s\n", what,
+                 static_cast<long long>(limit.count()));
+    std::fflush(stderr);
+    std::_Exit(3);
+  }
+  runner.join();
+  done.get();
+}
+
+class SerialPortTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(device_.Start());
+    recorder_ = new FrameRecorder;  // owned by the library queue once registered
+    ASSERT_EQ(recorder_->Initialize(true), VYN_STATUS_SUCCESS);
+    ASSERT_EQ(GetVYNMessageQueue().Initialize(false), VYN_STATUS_SUCCESS);
+    ASSERT_EQ(GetVYNMessageQueue().Register(recorder_), VYN_STATUS_SUCCESS);
+    port_.SetSerialPortSettings(device_.port_path(), 7);
+  }
+
+  void TearDown() override {
+    port_.TerminateReceivingThread();
+    recorder_->Terminate();
+    GetVYNMessageQueue().Terminate();  // deletes the recorder
+    device_.Stop();
+  }
+
+  // Sends GetStatus with one entry and waits for its reply.
+  bool RoundTrip(seconds limit = seconds(10)) {
+    const size_t before = recorder_->Count(MSG_SERIAL_FRAME_RECEIVED);
+    unsigned char frame[64] = {};
+    const unsigned char ids[] = {27};
+    const unsigned char rates[] = {1};
+    const uint16_t length = GetVYNCommandSet().PrepareReqGetStatus(frame, 1, ids, rates);
+    if (port_.SendCommand(frame, length) != VYN_STATUS_SUCCESS) return false;
+    return recorder_->WaitFor([&] { return recorder_->Count(MSG_SERIAL_FRAME_RECEIVED) > before; },
+                              limit);
+  }
+
+  // Round trips until one succeeds (the port coming back, a stale partial
+  // frame timed out), at most `limit`.
+  bool RoundTripWithin(milliseconds limit) {
+    return WaitUntil([this] { return RoundTrip(seconds(3)); }, limit);
+  }
+
+  vyn::sim::DeviceSimulator device_;
+  FrameRecorder* recorder_ = nullptr;
+  CVYNSerialPort& port_ = GetVYNSerialPort();
+};
+
+}  // namespace vyn::test
