@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building, testing and benchmarking need on Debian 12.
 set -euo pipefail
-packages=(build-essential cmake ninja-build pkg-config binutils
+packages=(build-essential cmake ninja-build pkg-config binutils dpkg-dev file
           libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libspdlog-dev
           clang-14 libclang-rt-14-dev stm32flash zlib1g-dev)
 missing=()

@@ -84,6 +84,16 @@ TEST_F(IniManagerTest, WritesCreateReplaceAndKeepTheRest) {
   ASSERT_EQ(ini_.SetEntry("B", "w", "4", crlf), VYN_STATUS_SUCCESS);
   EXPECT_EQ(ReadFile(crlf), "; keep me\r\n[A]\r\nx=1\r\nz=9\r\n\r\n[B]\r\ny=3\r\nw=4\r\n");
   EXPECT_EQ(Get("A", "z", crlf), "9");
+  // A carriage return alone at the end of the file: new keys and sections
+  // follow on lines of their own, and the last line still reads the same.
+  WriteFile(crlf, "[A]\r\nx=1\r");
+  ASSERT_EQ(ini_.SetEntry("A", "z", "9", crlf), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(Get("A", "z", crlf), "9");
+  EXPECT_EQ(Get("A", "x", crlf), "1");
+  WriteFile(crlf, "[A]\r\nx=1\r");
+  ASSERT_EQ(ini_.SetEntry("B", "y", "2", crlf), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(Get("B", "y", crlf), "2");
+  EXPECT_EQ(Get("A", "x", crlf), "1");
 }
 
 TEST_F(IniManagerTest, HandlesLongValuesAndRefusesWhatWouldBreakTheFile) {

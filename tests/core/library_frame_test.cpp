@@ -3,7 +3,6 @@
 #include <sstream>
 
 #include "tests/support/child_process.h"
-#include "vyn/vyn.h"
 
 namespace {
 
@@ -25,27 +24,6 @@ TEST(LibraryFrameTest, SingletonsComeAndGoInTheFixedOrder) {
   }
   expected << "unloaded\n";
   EXPECT_EQ(result.output, expected.str());
-}
-
-TEST(LibraryFrameTest, AccessorsAndApplicationInformation) {
-  EXPECT_EQ(&GetVYNLanguage(), &GetVYNLanguage());
-  EXPECT_EQ(&GetVYNMain(), &GetVYNMain());
-  EXPECT_EQ(&GetVYNSerialPort(), &GetVYNSerialPort());
-  EXPECT_EQ(GetVYNLanguage().GetLanguage(), 1);
-
-  CVYNMain& main = GetVYNMain();
-  std::string first = "x";
-  std::string second = "y";
-  EXPECT_EQ(main.GetApplicationInformation(first, second), VYN_STATUS_SUCCESS);
-  EXPECT_EQ(first, "");
-  EXPECT_EQ(second, "");
-  main.SetApplicationInformation("app", "1.0");
-  EXPECT_EQ(main.SetApplicationInformation("other", "2.0"), VYN_STATUS_SUCCESS);
-  main.GetApplicationInformation(first, second);
-  EXPECT_EQ(first, "other");
-  EXPECT_EQ(second, "2.0");
-  EXPECT_EQ(main.InitializeModules(), VYN_STATUS_SUCCESS);
-  EXPECT_EQ(main.TerminateModules(), VYN_STATUS_SUCCESS);
 }
 
 TEST(CommandLineTest, SplitsTheProcessArgumentsOnce) {

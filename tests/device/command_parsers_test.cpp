@@ -68,6 +68,16 @@ TEST(CommandParsersTest, TextsAreCutOrRefusedAndTheLayoutIsChecked) {
   EXPECT_EQ(command_set.ProcessNotDebug(record.data(), &source, &priority, &date, 3),
             VYN_STATUS_BUFFER_TOO_SMALL);
   EXPECT_EQ(date, "ok");
+  // A device text with its zero, and one with bytes after the zero: the
+  // string ends at the zero; whether it fits is a matter of the bytes sent.
+  record = ToRecord(CcpuFrame(0xBFFF, {2, 1, 3, 'o', 'k', 0}));
+  EXPECT_EQ(command_set.ProcessNotDebug(record.data(), &source, &priority, &date, 32), 0);
+  EXPECT_EQ(date, "ok");
+  EXPECT_EQ(date.size(), 2u);
+  record = ToRecord(CcpuFrame(0xBFFF, {2, 1, 3, 'o', 0, 'x', 'y'}));
+  EXPECT_EQ(command_set.ProcessNotDebug(record.data(), &source, &priority, &date, 4),
+            VYN_STATUS_BUFFER_TOO_SMALL);
+  EXPECT_EQ(date, "o");
 }
 
 TEST(CommandParsersTest, TracesAndListsKeepToTheirCapacity) {

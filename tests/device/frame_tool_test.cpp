@@ -26,7 +26,7 @@ TEST(FrameToolTest, BuildsRequestsAndRendersReplies) {
     std::vector<std::string> argv = {VYN_TOOL, "frame"};
     argv.insert(argv.end(), c.args.begin(), c.args.end());
     const auto result = RunChild(argv);
-    EXPECT_EQ(result.exit_code, 0) << c.args[1];
+    EXPECT_EQ(result.exit_code, 0) << c.args[1] << ": " << result.output;
     EXPECT_EQ(result.output, c.output) << c.args[1];
   }
   // Wrong arguments and frames without a line fail.
@@ -36,7 +36,8 @@ TEST(FrameToolTest, BuildsRequestsAndRendersReplies) {
                                         {"dump", "41 00"},
                                         {"dump", "42 01 00 00 00 01 02"}}) {
     args.insert(args.begin(), {VYN_TOOL, "frame"});
-    EXPECT_NE(RunChild(args).exit_code, 0) << args[3];
+    const auto result = RunChild(args);
+    EXPECT_NE(result.exit_code, 0) << args[3] << " was taken: " << result.output;
   }
 }
 

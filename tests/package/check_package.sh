@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 # check_package.sh BUILD_DIR SOURCE_DIR
+# Installs the build into a temporary prefix and checks it from outside:
+# exports, headers, find_package, pkg-config, and the installed program.
 set -euo pipefail
 build=$1
 source=$2
@@ -32,13 +34,19 @@ soname=$(objdump -p "$library" | awk '/SONAME/ {print $2}')
 [ "$soname" = "libvyn.so.1" ] || { echo "unexpected soname: $soname"; exit 1; }
 
 # Every installed header compiles on its own: it includes only installed
-# headers and declares nothing that needs an internal one.
-while IFS= read -r header; do
-  relative=${header#"$prefix/include/"}
-  printf '#include <%s>\n' "$relative" >"$work/one_header.cpp"
-  c++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$prefix/include" \
-      "$work/one_header.cpp" || { echo "installed header does not compile alone: $relative"; exit 1; }
-done < <(find "$prefix/include" -name '*.h' | sort)
+# headers and declares nothing that needs an internal one. The headers are
+# independent, so they are compiled two at a time.
+compile_alone() {
+  local relative=${1#"$2/include/"}
+  printf '#include <%s>\n' "$relative" | c++ -std=c++20 -Wall -Wextra -Wpedantic -Werror \
+      -fsyntax-only -I"$2/include" -x c++ - ||
+    { echo "installed header does not compile alone: $relative"; return 255; }
+}
+export -f compile_alone
+# The single-quoted arguments are expanded by the inner shell.
+# shellcheck disable=SC2016
+find "$prefix/include" -name '*.h' -print0 | sort -z |
+  xargs -0 -P 2 -I{} bash -c 'compile_alone "$1" "$2"' _ {} "$prefix"
 if find "$prefix/include" -path '*internal*' -o -path '*/platform/*' | grep -q .; then
   echo "internal headers installed:"; find "$prefix/include" -path '*internal*' -o -path '*/platform/*'
   exit 1
@@ -67,4 +75,20 @@ c++ -shared -fPIC -fvisibility=hidden "$source/examples/plugins/event_counter.cp
 c++ "$source/tests/package/consumer/plugin_host.cpp" -o "$work/pkg_plugin_host" \
     $(pkg-config --cflags --libs vyn)
 LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_plugin_host" "$work/pkg_counter.so"
+
+# The installed program finds its own library, with no help from the
+# environment, and still does after the whole tree has moved.
+expected="vyn $(awk '/^Version:/ {print $2}' "$(find "$prefix" -name vyn.pc | head -n 1)")"
+check_program() {
+  local version
+  version=$(env -u LD_LIBRARY_PATH "$1/bin/vyn" --version 2>&1) ||
+    { echo "$1/bin/vyn --version failed: $version"; exit 1; }
+  [ "$version" = "$expected" ] || { echo "$1/bin/vyn --version: '$version', not '$expected'"; exit 1; }
+}
+check_program "$prefix"
+if readelf -d "$prefix/bin/vyn" "$library" | grep -F "$build"; then
+  echo "an installed binary still searches the build tree"; exit 1
+fi
+mv "$prefix" "$work/moved"
+check_program "$work/moved"
 echo "package check passed"

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -115,17 +116,25 @@ constexpr bool kSanitized = false;
 // capped at 1 GiB or, under a sanitizer (which reserves far more), the
 // sanitizer's allocator refuses requests above 1 GiB.
 [[noreturn]] void AllocateBeyondTheCap() {
+  const auto fail = [](const char* why) {
+    std::fprintf(stderr, "%s\n", why);
+    std::_Exit(1);
+  };
   const rlimit cap{1UL << 30, 1UL << 30};
-  if (!kSanitized && setrlimit(RLIMIT_AS, &cap) != 0) std::_Exit(2);
+  if (!kSanitized && setrlimit(RLIMIT_AS, &cap) != 0) fail("the address space cannot be capped");
   unsigned char small[4] = {1, 2, 3, 4};
   const CVYNMessage constructed(1, small, INT_MAX);
+  if (constructed.GetBuffer() != nullptr) fail("a message of 2 GiB got a buffer");
   CVYNMessage message(1, small, 4);
-  bool right = constructed.GetBuffer() == nullptr &&
-               message.SetBufferSize(INT_MAX) == VYN_STATUS_NO_MEMORY &&
-               message.GetBufferSize() == 4 && message.GetBuffer()[3] == 4;
-  right = right && message.SetBuffer(small, INT_MAX) == VYN_STATUS_NO_MEMORY &&
-          message.GetBuffer() == nullptr;
-  std::_Exit(right ? 0 : 1);
+  if (message.SetBufferSize(INT_MAX) != VYN_STATUS_NO_MEMORY)
+    fail("growing to 2 GiB: no NO_MEMORY");
+  if (message.GetBufferSize() != 4 || message.GetBuffer()[3] != 4) {
+    fail("a refused growth changed the buffer");
+  }
+  if (message.SetBuffer(small, INT_MAX) != VYN_STATUS_NO_MEMORY)
+    fail("SetBuffer of 2 GiB: no NO_MEMORY");
+  if (message.GetBuffer() != nullptr) fail("a refused SetBuffer kept a buffer");
+  std::_Exit(0);
 }
 
 TEST(MessageDeathTest, RefusedAllocationsBecomeNoMemory) {

@@ -341,7 +341,13 @@ int32_t CVYNCommandSet::ProcessNotDebug(unsigned char* frame, uint16_t* source,
   *source = Read16(payload.data);
   *priority = payload.data[2];
   if (size < 2) return VYN_STATUS_INVALID_PARAMETER;
-  return ExtractString(payload.data + 3, text, static_cast<uint16_t>(payload.length - 3), size);
+  // Whether the text fits is decided by the bytes the device sent; what is
+  // kept ends at the first zero among them, as every other text does.
+  const int32_t result =
+      ExtractString(payload.data + 3, text, static_cast<uint16_t>(payload.length - 3), size);
+  const size_t zero = text->find('\0');
+  if (zero != std::string::npos) text->resize(zero);
+  return result;
 }
 
 int32_t CVYNCommandSet::ProcessAckBoardInfo(unsigned char* frame, unsigned char* state,

@@ -199,7 +199,8 @@ class VYN_EXPORT CVYNCommandSet {
   // and when `capacity` is smaller nothing is copied and the result is -22.
   virtual int32_t ProcessNotTrace(unsigned char* frame, uint16_t* count, int16_t* values,
                                   uint16_t capacity);
-  // Source (16-bit) at 0, priority at 2, and the N - 3 bytes from 3 on as text.
+  // Source (16-bit) at 0, priority at 2, and the N - 3 bytes from 3 on as text;
+  // the text returned ends at the first zero among them.
   virtual int32_t ProcessNotDebug(unsigned char* frame, uint16_t* source, unsigned char* priority,
                                   std::string* text, uint16_t size);
 

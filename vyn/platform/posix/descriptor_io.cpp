@@ -84,8 +84,10 @@ DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable, WakeUp
     ready = poll(watched, count, left);
     if (ready >= 0 || errno != EINTR) break;
     if (timeout_ms > 0) {
+      // Rounded up: a wait resumed with the fraction of a millisecond cut
+      // off would end before its time.
       const auto remaining =
-          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
       if (remaining <= 0) {
         ready = 0;
         break;

@@ -137,6 +137,15 @@ Position Locate(const std::vector<Line>& lines, std::string_view section, std::s
   return where;
 }
 
+// What has to follow `text` before another line can: nothing after a line
+// feed, a line feed after a carriage return (the file's last line may end in
+// one alone, which reading drops; kept as it is, it would join the next
+// line), the file's line end otherwise.
+std::string BreakBeforeMore(std::string_view text, const std::string& eol) {
+  if (text.empty() || text.back() == '\n') return {};
+  return text.back() == '\r' ? "\n" : eol;
+}
+
 bool BreaksStructure(std::string_view text) {
   return text.find_first_of("\r\n") != std::string_view::npos ||
          text.find('\0') != std::string_view::npos;
@@ -199,12 +208,11 @@ bool WriteProfileString(const std::string& section, const std::string& key,
     updated = content.substr(0, line.begin) + kept + content.substr(text_end);
   } else if (where.section_found) {
     const Line& anchor = lines[where.insert_after];
-    const bool anchor_has_break = anchor.end > anchor.begin + anchor.text.size();
-    updated = content.substr(0, anchor.end) + (anchor_has_break ? "" : eol) + entry + eol +
-              content.substr(anchor.end);
+    const std::string_view before = std::string_view(content).substr(0, anchor.end);
+    updated.append(before).append(BreakBeforeMore(before, eol)).append(entry).append(eol);
+    updated.append(std::string_view(content).substr(anchor.end));
   } else {
-    updated = content;
-    if (!updated.empty() && updated.back() != '\n') updated += eol;
+    updated = content + BreakBeforeMore(content, eol);
     // Appended piece by piece: g++ 12 at -O3 warns (-Wrestrict, a false
     // positive) about the temporary that a chain of operator+ builds here.
     updated.append("[").append(name).append("]").append(eol).append(entry).append(eol);
