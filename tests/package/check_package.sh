@@ -22,7 +22,8 @@ for name in GetVYNLanguage GetVYNSystemLogEx GetVYNThreadMonitor GetVYNSerialPor
             GetVYNCommandHelper GetVYNIniManager GetVYNMemoryDump GetVYNCommandLine \
             GetVYNFileHeader GetVYNSTM32BootLoader GetVYNMain \
             'CVYNPluginManager::LoadPlugin(std::__cxx11::basic_string' 'CVYNPlugin::~CVYNPlugin()' \
-            'GetVYNStatusAsString[abi:cxx11](int)' 'GetSystemTimeInMs()' 'ConvertDateToMs(SYSTEMTIME)'; do
+            'GetVYNStatusAsString[abi:cxx11](int)' 'GetSystemTimeInMs()' 'ConvertDateToMs(SYSTEMTIME)' \
+            ShowMessageBox; do
   grep -q -F " $name" "$work/exports" || { echo "not exported: $name"; exit 1; }
 done
 internal='^[0-9a-f]+ [A-Za-z] (vyn::platform::|vyn::language::|vyn::testing::|vyn::LogAddOutput)'
@@ -76,6 +77,29 @@ c++ "$source/tests/package/consumer/plugin_host.cpp" -o "$work/pkg_plugin_host" 
     $(pkg-config --cflags --libs vyn)
 LD_LIBRARY_PATH="$(dirname "$library")" "$work/pkg_plugin_host" "$work/pkg_counter.so"
 
+# A program that crashes, linked against the installed library, finds the
+# installed helper programs and leaves a minidump.
+for helper in vyn-dump-writer vyn-rundll; do
+  [ -n "$(find "$prefix" -path "*/libexec/vyn/$helper" -perm -u+x)" ] ||
+    { echo "helper not installed: $helper"; exit 1; }
+done
+cat >"$work/crash_consumer.cpp" <<'CRASH'
+#include <vyn/vyn.h>
+int main() {
+  GetVYNMemoryDump().Initialize("package");
+  return GetVYNMemoryDump().ProvokeCrash() == VYN_STATUS_NOT_INITIALIZED ? 2 : 3;
+}
+CRASH
+# shellcheck disable=SC2046
+c++ -std=c++20 "$work/crash_consumer.cpp" -o "$work/crash_consumer" $(pkg-config --cflags --libs vyn)
+mkdir "$work/crash"
+status=0
+(cd "$work/crash" && env -u DISPLAY -u WAYLAND_DISPLAY -u VYN_LIBEXEC_DIR \
+   LD_LIBRARY_PATH="$(dirname "$library")" "$work/crash_consumer") || status=$?
+[ "$status" -eq 1 ] || { echo "crash consumer ended with $status, not 1"; exit 1; }
+dump=$(find "$work/crash/Dumps" -name 'package *.dmp' | head -n 1)
+[ -n "$dump" ] && [ "$(head -c 4 "$dump")" = "MDMP" ] || { echo "no minidump after the crash"; exit 1; }
+
 # The installed program finds its own library, with no help from the
 # environment, and still does after the whole tree has moved.
 expected="vyn $(awk '/^Version:/ {print $2}' "$(find "$prefix" -name vyn.pc | head -n 1)")"
@@ -91,4 +115,5 @@ if readelf -d "$prefix/bin/vyn" "$library" | grep -F "$build"; then
 fi
 mv "$prefix" "$work/moved"
 check_program "$work/moved"
+
 echo "package check passed"

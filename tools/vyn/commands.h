@@ -20,6 +20,8 @@ void AddMonitorCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
 void AddPluginCommand(CLI::App& app);
 void AddFirmwareCommand(CLI::App& app);
+void AddCrashTestCommand(CLI::App& app);
+void AddDumpCommand(CLI::App& app);
 
 // Builds the named request ("GetStatus", "Control", ... as `vyn frame build`
 // takes them) into `frame` and returns its length; sequence number and

@@ -14,6 +14,8 @@ int main(int argc, char** argv) {
   vyn::tool::AddSendCommand(app);
   vyn::tool::AddPluginCommand(app);
   vyn::tool::AddFirmwareCommand(app);
+  vyn::tool::AddCrashTestCommand(app);
+  vyn::tool::AddDumpCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {

@@ -4,6 +4,8 @@
 // Thread-safety: callable from any thread; the flag is atomic.
 #pragma once
 
+#include "vyn/base/exception_pointers.h"
+
 namespace vyn::platform {
 
 // The signal that carries the end-of-process request to the crash filter.
@@ -13,8 +15,8 @@ int EndOfProcessSignal();
 void MarkCrashHandlersInstalled();
 bool AreCrashHandlersInstalled();
 
-// Raises the end-of-process signal on the calling thread and, should that
-// ever return, aborts.
-[[noreturn]] void RaiseEndOfProcess();
+// Raises the end-of-process signal on the calling thread, carrying `reason`
+// to the filter, and, should that ever return, aborts.
+[[noreturn]] void RaiseEndOfProcess(_VYNEndOfProcessReason reason = VYN_END_OF_PROCESS_REQUESTED);
 
 }  // namespace vyn::platform

@@ -136,7 +136,9 @@ void CVYNThreadMonitor::CheckObjects() {
   timeout_ = true;
   AddOutput(GetVYNLanguage().GetString(VYN_MODULE_THREAD_MONITOR, 3), VYN_EVENT_FATAL);
   vyn::platform::SleepMilliseconds(kPauseBeforeEndMs);
-  if (vyn::platform::AreCrashHandlersInstalled()) vyn::platform::RaiseEndOfProcess();
+  if (vyn::platform::AreCrashHandlersInstalled()) {
+    vyn::platform::RaiseEndOfProcess(VYN_END_OF_PROCESS_HUNG_THREAD);
+  }
 }
 
 std::vector<std::string> CVYNThreadMonitor::GetRegisteredThreadNames() {

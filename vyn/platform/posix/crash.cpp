@@ -1,7 +1,8 @@
 #include "vyn/platform/crash.h"
 
-#include <pthread.h>
 #include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -21,8 +22,16 @@ void MarkCrashHandlersInstalled() { g_handlers_installed.store(true); }
 
 bool AreCrashHandlersInstalled() { return g_handlers_installed.load(); }
 
-void RaiseEndOfProcess() {
-  pthread_kill(pthread_self(), EndOfProcessSignal());
+void RaiseEndOfProcess(_VYNEndOfProcessReason reason) {
+  // A queued signal to this very thread: the handler runs on it before the
+  // call returns, and its si_value carries the reason to the filter.
+  siginfo_t info{};
+  info.si_signo = EndOfProcessSignal();
+  info.si_code = SI_QUEUE;
+  info.si_pid = getpid();
+  info.si_uid = getuid();
+  info.si_value.sival_int = static_cast<int>(reason);
+  syscall(SYS_rt_tgsigqueueinfo, getpid(), syscall(SYS_gettid), EndOfProcessSignal(), &info);
   std::abort();
 }
 

@@ -8,6 +8,8 @@
 #include <memory>
 #include <type_traits>
 
+#include "vyn/platform/crash_signals.h"
+
 namespace vyn::platform {
 namespace {
 
@@ -20,6 +22,8 @@ struct StartRecord {
 };
 
 void* Trampoline(void* raw) {
+  // Lets the crash handlers run even when this thread overflows its stack.
+  const ThreadSignalStack signal_stack;
   const std::unique_ptr<StartRecord> record(static_cast<StartRecord*>(raw));
   record->entry(record->argument);
   return nullptr;
