@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -91,6 +92,30 @@ TEST(LifecycleRaceTest, StopWhileTheThreadReleasesItself) {
     });
     EXPECT_GT(rounds, 10);
   });
+}
+
+// The owner destroys the object at once while its thread, having released
+// itself, is still on its way out (PostProcessThread unregisters it): the
+// destructor must wait for that end, or the thread calls into a
+// half-destroyed object and may leave it registered after it is gone.
+TEST(LifecycleRaceTest, DestroyingAnObjectWhoseThreadReleasedItself) {
+  RunOrReportDeadlock("destructor against a self-released thread", [] {
+    const int rounds = Repeat([] {
+      auto thread = std::make_unique<CVYNMonitoredThread>();
+      thread->SetThreadName("race-released");
+      const auto body = [](void* raw) -> int32_t {
+        auto* self = static_cast<CVYNMonitoredThread*>(raw);
+        self->SignalStart();
+        self->EndOfThread();
+        return 0;
+      };
+      ASSERT_EQ(thread->CreateThread(body, thread.get(), nullptr, 0, 0, true), VYN_STATUS_SUCCESS);
+      thread.reset();
+    });
+    EXPECT_GT(rounds, 10);
+  });
+  const auto names = GetVYNThreadMonitor().GetRegisteredThreadNames();
+  EXPECT_EQ(std::count(names.begin(), names.end(), "race-released"), 0);
 }
 
 // The registry lists names (monitor lock, then each thread's lock) while

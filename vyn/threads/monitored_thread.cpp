@@ -15,6 +15,9 @@ CVYNMonitoredThread::~CVYNMonitoredThread() {
   // Stop first: a thread still running could register the object again after
   // it had left the list.
   DestroyThread(true);
+  // A thread that released itself may still be in PostProcessThread, which
+  // is ours: let it finish before this part of the object goes.
+  WaitForProcedureEnd();
   if (registered_) Unregister();
 }
 

@@ -59,7 +59,11 @@ CVYNThread::~CVYNThread() {
   const bool on_own_thread = Stop(true, true);
   // A thread released with EndOfThread may still be running the end of its
   // procedure, which touches this object: wait for it unless it is us.
-  if (!on_own_thread && !IsCallingThread()) state_->procedure_done.Wait(kInfinite);
+  if (!on_own_thread) WaitForProcedureEnd();
+}
+
+void CVYNThread::WaitForProcedureEnd() {
+  if (!IsCallingThread()) state_->procedure_done.Wait(kInfinite);
 }
 
 int32_t CVYNThread::CreateThread(VYN_THREAD_FUNCTION function, void* parameter,

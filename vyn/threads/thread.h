@@ -94,6 +94,12 @@ class VYN_EXPORT CVYNThread {
   int32_t SetThreadName();
   // True on the thread this object started, while its procedure runs.
   bool IsCallingThread() const;
+  // Waits until a thread released with EndOfThread has run the end of its
+  // procedure, the last code that touches this object; returns at once on
+  // that thread itself or when no procedure runs. A derived destructor calls
+  // it before it tears its part down, so that the ending thread never calls a
+  // virtual function of a half-destroyed object.
+  void WaitForProcedureEnd();
 
  private:
   struct State;
