@@ -60,10 +60,15 @@ TEST_F(LogTest, StartsANewFileAfterTheLineThatPassesTenMebibytes) {
   EXPECT_LE(first.rfind("\r\n", first.size() - 3) + 2, 10485760u);  // before the last line
   std::replace(text.begin(), text.end(), '"', '\'');
   const std::vector<Record> second = ReadEntries(files[1]);
-  EXPECT_EQ(CountTexts(second, "Big V 2"), 1);  // the title, behind the entries waiting
+  // The title goes in once, behind whatever entries were waiting then.
+  EXPECT_EQ(CountTexts(second, "Big V 2"), 1);
   // The reference is written as given, so its ';' splits it; the text stays whole.
   EXPECT_EQ(CountTexts(second, text), static_cast<int>(second.size()) - 1);
-  EXPECT_EQ(second.at(0).size(), 11u);
+  for (const Record& record : second) {
+    if (record.back() != "Big V 2") {
+      EXPECT_EQ(record.size(), 11u);
+    }
+  }
 }
 
 TEST_F(LogTest, StartsANewFileAfter65000Entries) {

@@ -80,14 +80,15 @@ int main(int argc, char** argv) {
   }
   offsets[0] = offsets[1];
 
-  std::vector<unsigned char> file;
+  // The file is laid out in a buffer of its final size: magic, offsets, stream.
   const char magic[] = "VYNKEYS1";
-  file.insert(file.end(), magic, magic + 8);
-  for (const uint16_t offset : offsets) {
-    file.push_back(static_cast<unsigned char>(offset & 0xFF));
-    file.push_back(static_cast<unsigned char>(offset >> 8));
+  std::vector<unsigned char> file(8 + 2 * kKeys + kStreamSize);
+  std::memcpy(file.data(), magic, 8);
+  for (size_t key = 0; key < kKeys; ++key) {
+    file[8 + 2 * key] = static_cast<unsigned char>(offsets[key] & 0xFF);
+    file[8 + 2 * key + 1] = static_cast<unsigned char>(offsets[key] >> 8);
   }
-  file.insert(file.end(), stream.begin(), stream.end());
+  std::memcpy(file.data() + 8 + 2 * kKeys, stream.data(), kStreamSize);
 
   std::ofstream out(output, std::ios::binary | std::ios::trunc);
   out.write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
