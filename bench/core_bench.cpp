@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
@@ -11,6 +12,7 @@
 #include "vyn/core/synchronize.h"
 #include "vyn/core/time_helpers.h"
 #include "vyn/platform/profile.h"
+#include "vyn/platform/profile_testing.h"
 
 namespace {
 
@@ -61,15 +63,55 @@ void BM_IniGetEntryFrom1000Keys(benchmark::State& state) {
     state.SkipWithError("write failed");
   }
   close(fd);
+  vyn::testing::SetProfileSettleTime(0);  // the copy is kept from the first lookup on
   CVYNIniManager ini;
   std::string value;
   for (auto _ : state) {
-    ini.GetEntry("Bench", "Key999", &value, path);  // the last key: a full scan
+    ini.GetEntry("Bench", "Key999", &value, path);
     benchmark::DoNotOptimize(value);
   }
+  vyn::testing::SetProfileSettleTime(2000);
   unlink(path);
 }
 BENCHMARK(BM_IniGetEntryFrom1000Keys);
+
+// A lookup in a 1 MB file of 20 sections: with the parsed copy kept
+// (argument 1, the steady state of a file not changed lately) and with the
+// file read and parsed again on every lookup (argument 0, as right after a
+// change).
+void BM_IniGetEntryFrom1MBFile(benchmark::State& state) {
+  char path[] = "/tmp/vyn-bench-ini-XXXXXX";
+  const int fd = mkstemp(path);
+  if (fd < 0) {
+    state.SkipWithError("mkstemp failed");
+    return;
+  }
+  std::string content;
+  for (int section = 0; content.size() < (1u << 20); ++section) {
+    content += "[Section" + std::to_string(section) + "]\n";
+    for (int key = 0; key < 1000; ++key) {
+      content += "Key" + std::to_string(key) + "=value number " + std::to_string(key) + "\n";
+    }
+  }
+  if (write(fd, content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
+    state.SkipWithError("write failed");
+  }
+  close(fd);
+  const bool kept = state.range(0) != 0;
+  vyn::testing::SetProfileSettleTime(kept ? 0 : UINT32_MAX);
+  const size_t loads = vyn::testing::ProfileFileLoads();
+  CVYNIniManager ini;
+  std::string value;
+  for (auto _ : state) {
+    ini.GetEntry("Section7", "Key999", &value, path);
+    benchmark::DoNotOptimize(value);
+  }
+  state.counters["file_reads"] = static_cast<double>(vyn::testing::ProfileFileLoads() - loads);
+  state.SetLabel(std::to_string(content.size()) + " bytes");
+  vyn::testing::SetProfileSettleTime(2000);
+  unlink(path);
+}
+BENCHMARK(BM_IniGetEntryFrom1MBFile)->Arg(1)->Arg(0);
 
 }  // namespace
 

@@ -1,149 +1,286 @@
 #include "vyn/platform/profile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <optional>
+#include <ctime>
+#include <memory>
+#include <new>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "vyn/base/mutex.h"
+#include "vyn/platform/profile_testing.h"
+#include "vyn/platform/profile_text.h"
 
 namespace vyn::platform {
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
+constexpr int64_t kNanosecondsPerSecond = 1000000000;
+constexpr size_t kCachedFiles = 4;
+static_assert(kMaxProfileFileSize == 16777216, "DescribeProfileStatus states the limit");
 
-std::string_view Trim(std::string_view text) {
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  const size_t last = text.find_last_not_of(kBlanks);
-  return text.substr(first, last - first + 1);
+int64_t Nanoseconds(const timespec& time) {
+  return static_cast<int64_t>(time.tv_sec) * kNanosecondsPerSecond + time.tv_nsec;
 }
 
-bool SameName(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
-           return lower(x) == lower(y);
-         });
+int64_t RealTimeNow() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return Nanoseconds(now);
 }
 
-std::optional<std::string> ReadWholeFile(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
+// What tells one state of a file from another.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  int64_t modified = 0;  // ns
+  int64_t changed = 0;   // ns; moves on every write, even when a tool resets the modification time
+
+  explicit FileIdentity(const struct stat& status)
+      : device(status.st_dev),
+        inode(status.st_ino),
+        size(status.st_size),
+        modified(Nanoseconds(status.st_mtim)),
+        changed(Nanoseconds(status.st_ctim)) {}
+  bool operator==(const FileIdentity&) const = default;
+};
+
+ProfileStatus Classify(const struct stat& status) {
+  if (!S_ISREG(status.st_mode)) return ProfileStatus::kNotRegularFile;
+  if (static_cast<uint64_t>(status.st_size) > kMaxProfileFileSize) return ProfileStatus::kTooLarge;
+  return ProfileStatus::kOk;
+}
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+  // Closes now and tells whether that worked (a write may fail only here).
+  bool Close() { return close(std::exchange(fd_, -1)) == 0; }
+
+ private:
+  int fd_;
+};
+
+struct Loaded {
+  ProfileStatus status = ProfileStatus::kIoError;
+  int error = 0;
   std::string content;
-  char chunk[65536];
+  struct stat file_status {};
+  int64_t started = 0;  // when the read began
+};
+
+// Reads a regular file of at most kMaxProfileFileSize bytes. O_NONBLOCK
+// keeps the open from waiting should the path have become a FIFO since it
+// was checked; fstat then refuses it before anything is read.
+Loaded LoadFile(const std::string& path) {
+  Loaded loaded;
+  loaded.started = RealTimeNow();
+  Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (file.get() < 0) {
+    loaded.error = errno;
+    if (loaded.error == ENOENT || loaded.error == ENOTDIR) loaded.status = ProfileStatus::kMissing;
+    return loaded;
+  }
+  if (fstat(file.get(), &loaded.file_status) != 0) {
+    loaded.error = errno;
+    return loaded;
+  }
+  loaded.status = Classify(loaded.file_status);
+  if (loaded.status != ProfileStatus::kOk) return loaded;
+  // The size may have changed since fstat: read up to one byte past the
+  // limit, which tells a file that has grown beyond it.
+  loaded.content.resize(static_cast<size_t>(loaded.file_status.st_size) + 1);
+  size_t have = 0;
   for (;;) {
-    const ssize_t got = read(fd, chunk, sizeof chunk);
+    if (have == loaded.content.size()) {
+      if (have > kMaxProfileFileSize) {
+        loaded.status = ProfileStatus::kTooLarge;
+        loaded.content.clear();
+        return loaded;
+      }
+      loaded.content.resize(std::min(have * 2, kMaxProfileFileSize + 1));
+    }
+    const ssize_t got =
+        read(file.get(), loaded.content.data() + have, loaded.content.size() - have);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
-      close(fd);
-      return std::nullopt;
+      loaded.status = ProfileStatus::kIoError;
+      loaded.error = errno;
+      loaded.content.clear();
+      return loaded;
     }
     if (got == 0) break;
-    content.append(chunk, static_cast<size_t>(got));
+    have += static_cast<size_t>(got);
   }
-  close(fd);
-  return content;
+  loaded.content.resize(have);
+  return loaded;
 }
 
-bool WriteWholeFile(const std::string& path, const std::string& content) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) return false;
+// Replaces the content of a regular file, creating it if need be.
+ProfileOutcome StoreFile(const std::string& path, std::string_view content) {
+  ProfileOutcome outcome;
+  Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
+  struct stat status {};
+  if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+    outcome.status = ProfileStatus::kIoError;
+    outcome.error = errno;
+    return outcome;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    outcome.status = ProfileStatus::kNotRegularFile;
+    return outcome;
+  }
+  if (ftruncate(file.get(), 0) != 0) {
+    outcome.status = ProfileStatus::kIoError;
+    outcome.error = errno;
+    return outcome;
+  }
   size_t done = 0;
   while (done < content.size()) {
-    const ssize_t put = write(fd, content.data() + done, content.size() - done);
+    const ssize_t put = write(file.get(), content.data() + done, content.size() - done);
     if (put < 0 && errno == EINTR) continue;
     if (put <= 0) {
-      close(fd);
-      return false;
+      outcome.status = ProfileStatus::kIoError;
+      outcome.error = put < 0 ? errno : EIO;
+      return outcome;
     }
     done += static_cast<size_t>(put);
   }
-  return close(fd) == 0;
-}
-
-// One line of the file without its line end, and where it sits.
-struct Line {
-  std::string_view text;
-  size_t begin;  // offset of the line's first byte
-  size_t end;    // offset just past the line's end (its line break included)
-};
-
-std::vector<Line> SplitLines(std::string_view content) {
-  std::vector<Line> lines;
-  size_t start = 0;
-  while (start < content.size()) {
-    size_t newline = content.find('\n', start);
-    const size_t next = newline == std::string_view::npos ? content.size() : newline + 1;
-    size_t stop = newline == std::string_view::npos ? content.size() : newline;
-    if (stop > start && content[stop - 1] == '\r') --stop;
-    lines.push_back({content.substr(start, stop - start), start, next});
-    start = next;
+  if (!file.Close()) {
+    outcome.status = ProfileStatus::kIoError;
+    outcome.error = errno;
   }
-  return lines;
+  return outcome;
 }
 
-// The section name when the line is a section header.
-std::optional<std::string_view> SectionHeader(std::string_view line) {
-  const std::string_view trimmed = Trim(line);
-  if (trimmed.empty() || trimmed.front() != '[') return std::nullopt;
-  const size_t close = trimmed.find(']');
-  if (close == std::string_view::npos) return std::nullopt;
-  return Trim(trimmed.substr(1, close - 1));
-}
+// The parsed copies of the last few files used, each with the identity of
+// the file it was read from.
+class ProfileCache {
+ public:
+  struct View {
+    ProfileStatus status = ProfileStatus::kIoError;
+    int error = 0;
+    std::shared_ptr<const ProfileIndex> index;  // set when status is kOk
+  };
 
-struct Entry {
-  std::string_view key;
-  std::string_view value;
+  // The file's parsed content, read again only when the file has changed.
+  View Get(const std::string& path) VYN_EXCLUDES(mutex_);
+  void Forget(const std::string& path) VYN_EXCLUDES(mutex_);
+
+  // Held across a whole write (read, edit, store), so that two writes by
+  // this process never lose one another's entry.
+  Mutex writing;
+
+  std::atomic<size_t> loads{0};
+  std::atomic<int64_t> settle_time{2 * kNanosecondsPerSecond};
+
+ private:
+  struct Slot {
+    std::string path;
+    FileIdentity identity;
+    std::shared_ptr<const ProfileIndex> index;
+    uint64_t last_use;
+  };
+  void Keep(const std::string& path, const FileIdentity& identity,
+            std::shared_ptr<const ProfileIndex> index) VYN_EXCLUDES(mutex_);
+
+  Mutex mutex_ VYN_ACQUIRED_AFTER(writing);
+  std::vector<Slot> slots_ VYN_GUARDED_BY(mutex_);
+  uint64_t uses_ VYN_GUARDED_BY(mutex_) = 0;
 };
 
-std::optional<Entry> KeyLine(std::string_view line) {
-  const std::string_view trimmed = Trim(line);
-  if (trimmed.empty() || trimmed.front() == ';') return std::nullopt;
-  const size_t equals = trimmed.find('=');
-  if (equals == std::string_view::npos) return std::nullopt;
-  return Entry{Trim(trimmed.substr(0, equals)), Trim(trimmed.substr(equals + 1))};
-}
-
-// Where a key lives, or where a new one would go.
-struct Position {
-  bool section_found = false;
-  std::optional<size_t> key_line;  // index of the key's line
-  size_t insert_after = 0;         // last non-blank line of the first matching section
-};
-
-Position Locate(const std::vector<Line>& lines, std::string_view section, std::string_view key) {
-  Position where;
-  bool inside = false;    // in any section of that name
-  bool in_first = false;  // in the first one, where new keys go
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (const auto header = SectionHeader(lines[i].text)) {
-      inside = SameName(*header, section);
-      in_first = inside && !where.section_found;
-      if (in_first) {
-        where.section_found = true;
-        where.insert_after = i;
+ProfileCache::View ProfileCache::Get(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    const int error = errno;
+    Forget(path);
+    const bool missing = error == ENOENT || error == ENOTDIR;
+    return {missing ? ProfileStatus::kMissing : ProfileStatus::kIoError, error, nullptr};
+  }
+  // Refused on what stat says, before anything is opened: opening a device
+  // may have effects of its own (a serial port raises its control lines).
+  if (const ProfileStatus refused = Classify(status); refused != ProfileStatus::kOk) {
+    Forget(path);
+    return {refused, 0, nullptr};
+  }
+  const FileIdentity identity(status);
+  {
+    MutexLock lock(&mutex_);
+    for (Slot& slot : slots_) {
+      if (slot.path == path && slot.identity == identity) {
+        slot.last_use = ++uses_;
+        return {ProfileStatus::kOk, 0, slot.index};
       }
-      continue;
     }
-    if (!inside) continue;
-    if (const auto entry = KeyLine(lines[i].text)) {
-      if (!where.key_line && SameName(entry->key, key)) where.key_line = i;
-    }
-    if (in_first && !Trim(lines[i].text).empty()) where.insert_after = i;
   }
-  return where;
+  Loaded loaded = LoadFile(path);
+  loads.fetch_add(1, std::memory_order_relaxed);
+  if (loaded.status != ProfileStatus::kOk) {
+    Forget(path);
+    return {loaded.status, loaded.error, nullptr};
+  }
+  auto index = std::make_shared<const ProfileIndex>(std::move(loaded.content));
+  // A copy is kept only when the file's last change lies well before the
+  // read began: a later change within the same tick of the file system's
+  // clock would leave every time unchanged, and perhaps the size as well.
+  const FileIdentity read(loaded.file_status);
+  const int64_t last_change = std::max(read.modified, read.changed);
+  if (last_change + settle_time.load(std::memory_order_relaxed) < loaded.started) {
+    Keep(path, read, index);
+  } else {
+    Forget(path);
+  }
+  return {ProfileStatus::kOk, 0, std::move(index)};
 }
 
-// What has to follow `text` before another line can: nothing after a line
-// feed, a line feed after a carriage return (the file's last line may end in
-// one alone, which reading drops; kept as it is, it would join the next
-// line), the file's line end otherwise.
-std::string BreakBeforeMore(std::string_view text, const std::string& eol) {
-  if (text.empty() || text.back() == '\n') return {};
-  return text.back() == '\r' ? "\n" : eol;
+void ProfileCache::Keep(const std::string& path, const FileIdentity& identity,
+                        std::shared_ptr<const ProfileIndex> index) {
+  std::shared_ptr<const ProfileIndex> dropped;  // released after the lock
+  MutexLock lock(&mutex_);
+  auto slot = std::find_if(slots_.begin(), slots_.end(),
+                           [&](const Slot& each) { return each.path == path; });
+  if (slot == slots_.end()) {
+    if (slots_.size() < kCachedFiles) {
+      slots_.push_back({path, identity, nullptr, 0});
+      slot = slots_.end() - 1;
+    } else {
+      slot = std::min_element(slots_.begin(), slots_.end(),
+                              [](const Slot& a, const Slot& b) { return a.last_use < b.last_use; });
+      slot->path = path;
+    }
+  }
+  slot->identity = identity;
+  dropped = std::exchange(slot->index, std::move(index));
+  slot->last_use = ++uses_;
+}
+
+void ProfileCache::Forget(const std::string& path) {
+  std::shared_ptr<const ProfileIndex> dropped;  // released after the lock
+  MutexLock lock(&mutex_);
+  const auto slot = std::find_if(slots_.begin(), slots_.end(),
+                                 [&](const Slot& each) { return each.path == path; });
+  if (slot == slots_.end()) return;
+  dropped = std::move(slot->index);
+  slots_.erase(slot);
+}
+
+ProfileCache& Cache() {
+  static ProfileCache cache;
+  return cache;
 }
 
 bool BreaksStructure(std::string_view text) {
@@ -151,73 +288,108 @@ bool BreaksStructure(std::string_view text) {
          text.find('\0') != std::string_view::npos;
 }
 
+ProfileCache::View GetOrReportNoMemory(const std::string& path) {
+  try {
+    return Cache().Get(path);
+  } catch (const std::bad_alloc&) {
+    return {ProfileStatus::kIoError, ENOMEM, nullptr};
+  }
+}
+
 }  // namespace
 
 size_t ReadProfileString(const std::string& section, const std::string& key,
                          const std::string& fallback, char* buffer, size_t size,
-                         const std::string& path) {
+                         const std::string& path, ProfileOutcome* outcome) {
+  ProfileOutcome local;
+  ProfileOutcome& result = outcome != nullptr ? *outcome : local;
+  result = {};
   if (buffer == nullptr || size == 0) return 0;
+  const ProfileCache::View file = GetOrReportNoMemory(path);
+  result.status = file.status;
+  result.error = file.error;
   std::string_view value = fallback;
-  const auto content = ReadWholeFile(path);
-  std::vector<Line> lines;
-  if (content) {
-    lines = SplitLines(*content);
-    const Position where = Locate(lines, Trim(section), Trim(key));
-    if (where.key_line) {
-      value = KeyLine(lines[*where.key_line].text)->value;
-      if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
-          value.back() == value.front()) {
-        value = value.substr(1, value.size() - 2);
-      }
+  if (file.index) {
+    if (const auto found = file.index->Find(TrimName(section), TrimName(key))) {
+      value = *found;
+      result.found = true;
     }
   }
   const size_t copied = std::min(value.size(), size - 1);
   if (copied > 0) std::memcpy(buffer, value.data(), copied);  // an empty value may have no data
   buffer[copied] = '\0';
+  result.value_length = value.size();
+  result.truncated = copied < value.size();
   return copied;
 }
 
 bool WriteProfileString(const std::string& section, const std::string& key,
-                        const std::string& value, const std::string& path) {
-  const std::string_view name = Trim(section);
-  const std::string_view key_name = Trim(key);
+                        const std::string& value, const std::string& path,
+                        ProfileOutcome* outcome) {
+  ProfileOutcome local;
+  ProfileOutcome& result = outcome != nullptr ? *outcome : local;
+  result = {};
+  const std::string_view name = TrimName(section);
+  const std::string_view key_name = TrimName(key);
   if (name.empty() || key_name.empty() || BreaksStructure(section) || BreaksStructure(key) ||
       BreaksStructure(value) || name.find(']') != std::string_view::npos ||
       key_name.find('=') != std::string_view::npos || key_name.front() == '[' ||
       key_name.front() == ';') {
+    result.status = ProfileStatus::kRefusedText;
     return false;
   }
-  std::string content;
-  if (auto existing = ReadWholeFile(path)) {
-    content = std::move(*existing);
-  } else if (errno != ENOENT) {
-    return false;
+  ProfileCache& cache = Cache();
+  MutexLock writing(&cache.writing);
+  try {
+    const ProfileCache::View file = cache.Get(path);
+    if (file.status != ProfileStatus::kOk && file.status != ProfileStatus::kMissing) {
+      result.status = file.status;
+      result.error = file.error;
+      return false;
+    }
+    const std::string updated =
+        WithEntry(file.index ? std::string_view(file.index->content()) : std::string_view(), name,
+                  key_name, value);
+    if (updated.size() > kMaxProfileFileSize) {
+      result.status = ProfileStatus::kTooLarge;
+      return false;
+    }
+    result = StoreFile(path, updated);
+  } catch (const std::bad_alloc&) {
+    result.status = ProfileStatus::kIoError;
+    result.error = ENOMEM;
   }
-  // New lines follow the file's own line-end style.
-  const std::string eol = content.find("\r\n") != std::string::npos ? "\r\n" : "\n";
-  const std::string entry = std::string(key_name) + "=" + value;
-  const std::vector<Line> lines = SplitLines(content);
-  const Position where = Locate(lines, name, key_name);
+  // The next read takes the file as it is now, whatever became of the write.
+  cache.Forget(path);
+  return result.status == ProfileStatus::kOk;
+}
 
-  std::string updated;
-  if (where.key_line) {
-    const Line& line = lines[*where.key_line];
-    const size_t text_end = line.begin + line.text.size();
-    // The key keeps the spelling it already has in the file.
-    const std::string kept = std::string(KeyLine(line.text)->key) + "=" + value;
-    updated = content.substr(0, line.begin) + kept + content.substr(text_end);
-  } else if (where.section_found) {
-    const Line& anchor = lines[where.insert_after];
-    const std::string_view before = std::string_view(content).substr(0, anchor.end);
-    updated.append(before).append(BreakBeforeMore(before, eol)).append(entry).append(eol);
-    updated.append(std::string_view(content).substr(anchor.end));
-  } else {
-    updated = content + BreakBeforeMore(content, eol);
-    // Appended piece by piece: g++ 12 at -O3 warns (-Wrestrict, a false
-    // positive) about the temporary that a chain of operator+ builds here.
-    updated.append("[").append(name).append("]").append(eol).append(entry).append(eol);
+const char* DescribeProfileStatus(ProfileStatus status) {
+  switch (status) {
+    case ProfileStatus::kOk:
+      return "done";
+    case ProfileStatus::kMissing:
+      return "the file does not exist";
+    case ProfileStatus::kNotRegularFile:
+      return "not a regular file (a FIFO, device, directory or socket)";
+    case ProfileStatus::kTooLarge:
+      return "larger than the limit of 16 MiB (16777216 bytes) for INI files";
+    case ProfileStatus::kRefusedText:
+      return "a name or the value would break the file's structure";
+    case ProfileStatus::kIoError:
+      return "input/output error";
   }
-  return WriteWholeFile(path, updated);
+  return "unknown";
 }
 
 }  // namespace vyn::platform
+
+namespace vyn::testing {
+
+size_t ProfileFileLoads() { return platform::Cache().loads.load(std::memory_order_relaxed); }
+
+void SetProfileSettleTime(uint32_t milliseconds) {
+  platform::Cache().settle_time.store(int64_t{milliseconds} * 1000000, std::memory_order_relaxed);
+}
+
+}  // namespace vyn::testing
