@@ -1,6 +1,7 @@
 #include "sim/device_simulator.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,7 @@ constexpr milliseconds kPlugChangeLimit{5000};
 // replies are always queued.
 constexpr size_t kMaxQueuedFrames = 48;
 constexpr size_t kReadChunk = 4096;
+constexpr size_t kMaxWritePerRound = 64 * 1024;
 
 // The next beat of a periodic event after `due`; a beat missed because the
 // thread was held up is skipped rather than made up in a burst.
@@ -54,6 +56,7 @@ bool DeviceSimulator::Start() {
   }
   port_path_ = directory + "/" + options_.link_name;
   std::unique_lock lock(mutex_);
+  link_taken_ = false;
   if (!PlugInNewTerminal()) {
     lock.unlock();
     if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
@@ -77,13 +80,18 @@ void DeviceSimulator::Stop() {
   if (thread_.joinable()) thread_.join();
   std::lock_guard lock(mutex_);
   running_ = false;
-  if (plugged_) support::RemoveFile(port_path_);
+  if (plugged_) support::RemoveSymbolicLinkTo(port_path_, terminal_.slave_path());
   terminal_.Close();
   plugged_ = false;
   peer_present_ = false;
   if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
   own_directory_.clear();
   plug_changed_.notify_all();
+}
+
+bool DeviceSimulator::LinkTaken() const {
+  std::lock_guard lock(mutex_);
+  return link_taken_;
 }
 
 bool DeviceSimulator::IsRunning() const {
@@ -118,6 +126,14 @@ void DeviceSimulator::Stall(milliseconds duration) {
   {
     std::lock_guard lock(mutex_);
     queue_.Stall(Clock::now() + duration);
+  }
+  wake_.Signal();
+}
+
+void DeviceSimulator::ClearFaults() {
+  {
+    std::lock_guard lock(mutex_);
+    queue_.CancelFaults();
   }
   wake_.Signal();
 }
@@ -187,7 +203,7 @@ void DeviceSimulator::ApplyPlugRequest() {
   if (plug_request_ == PlugRequest::kUnplug) {
     if (plugged_) {
       // The link goes first, so nobody opens a terminal that is about to vanish.
-      support::RemoveFile(port_path_);
+      support::RemoveSymbolicLinkTo(port_path_, terminal_.slave_path());
       terminal_.Close();
       plugged_ = false;
       PeerLeft();
@@ -202,7 +218,16 @@ void DeviceSimulator::ApplyPlugRequest() {
 
 bool DeviceSimulator::PlugInNewTerminal() {
   support::PseudoTerminal fresh;
-  if (!fresh.Open() || !support::ReplaceSymbolicLink(fresh.slave_path(), port_path_)) return false;
+  if (!fresh.Open()) return false;
+  // The link is made only where nothing is, and re-pointed only while it is
+  // still ours: a file or another simulator's link at that path stays.
+  const bool linked = plugged_ ? support::RepointSymbolicLink(port_path_, terminal_.slave_path(),
+                                                              fresh.slave_path())
+                               : support::CreateSymbolicLink(fresh.slave_path(), port_path_);
+  if (!linked) {
+    link_taken_ = errno == EEXIST || plugged_;
+    return false;
+  }
   // Moving the new terminal in closes the old one: its users see a hang-up
   // while the link already leads to the new one.
   terminal_ = std::move(fresh);
@@ -273,7 +298,9 @@ void DeviceSimulator::Tick(Clock::time_point now) {
 DeviceSimulator::Clock::time_point DeviceSimulator::NextWakeUp(Clock::time_point now,
                                                                bool* want_write) {
   Clock::time_point wake_at = std::min(now + kLongestWait, next_tick_);
-  if (notifications_enabled_) wake_at = std::min(wake_at, next_notification_);
+  // Notifications wait for a program on the port; without this condition a
+  // missed beat would keep the wake-up time in the past and the loop spinning.
+  if (notifications_enabled_ && peer_present_) wake_at = std::min(wake_at, next_notification_);
   Clock::time_point stale_at;
   if (reader_.StaleDeadline(&stale_at)) wake_at = std::min(wake_at, stale_at);
   if (peer_present_ && !queue_.empty()) {
@@ -322,7 +349,12 @@ void DeviceSimulator::Answer(const ReceivedFrame& request) {
 
 void DeviceSimulator::WriteQueued(Clock::time_point now) {
   Clock::time_point resume_at;
-  while (const std::vector<uint8_t>* bytes = queue_.Ready(now, &resume_at)) {
+  // A long run of garbage to a fast reader goes out over several rounds, so
+  // that the lock is free for the commands in between.
+  size_t written = 0;
+  while (written < kMaxWritePerRound) {
+    const std::vector<uint8_t>* bytes = queue_.Ready(now, &resume_at);
+    if (bytes == nullptr) break;
     const platform::IoResult put =
         platform::WriteDescriptor(terminal_.master_descriptor(), bytes->data(), bytes->size());
     if (put.status == platform::IoStatus::kHungUp) {
@@ -331,6 +363,7 @@ void DeviceSimulator::WriteQueued(Clock::time_point now) {
     }
     if (put.status != platform::IoStatus::kDone) return;
     counters_.bytes_sent += put.count;
+    written += put.count;
     if (queue_.front_kind() == FrameKind::kGarbage) counters_.garbage_bytes += put.count;
     const std::optional<FrameKind> finished = queue_.Consume(put.count);
     if (finished == FrameKind::kReply) ++counters_.replies;

@@ -91,7 +91,7 @@ TEST(SimCommandTest, PrintsThePortFirstAndTakesFaultCommands) {
   TestPort port(path);
   ASSERT_TRUE(port.is_open());
 
-  EXPECT_EQ(child.Say("garbage 3"), "ok: garbage sent");
+  EXPECT_EQ(child.Say("garbage 3"), "ok: garbage queued");
   EXPECT_EQ(child.Say("badsum header"), "ok: the next frame has a wrong header checksum");
   ASSERT_TRUE(port.Send({0x3E, 0x56, 0x00, 0x56, 0x00}));
   const Bytes got = port.Read(3 + 23);
