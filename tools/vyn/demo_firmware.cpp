@@ -11,6 +11,7 @@
 #include "sim/boot_loader_simulator.h"
 #include "support/file_system.h"
 #include "tools/vyn/flash_progress.h"
+#include "tools/vyn/output.h"
 #include "vyn/vyn.h"
 
 namespace vyn::tool {
@@ -21,10 +22,10 @@ constexpr uint32_t kImageSize = 16 * 1024;  // about two seconds at 115,200 baud
 }  // namespace
 
 void RunFirmwareDemo() {
-  std::printf("\n== Firmware update (a simulated STM32 bootloader at 115,200 baud)\n");
+  PrintOutput("\n== Firmware update (a simulated STM32 bootloader at 115,200 baud)\n");
   const std::string directory = support::CreateUniqueDirectory("/tmp/vyn-demo-");
   if (directory.empty()) {
-    std::printf("no directory for the image\n");
+    PrintOutput("no directory for the image\n");
     return;
   }
   const std::string image_path = directory + "/image.bin";
@@ -41,7 +42,7 @@ void RunFirmwareDemo() {
   std::copy(version, version + sizeof version, header.abApplicationData);
   CVYNFileHeader& files = GetVYNFileHeader();
   const int32_t packed = files.CreateNewFile(image_path, file_path, &header);
-  std::printf("firmware file: %s, %u bytes, CRC 0x%08X: %s\n",
+  PrintOutput("firmware file: %s, %u bytes, CRC 0x%08X: %s\n",
               files.GetFileTypeAsString(header.dwFileType).c_str(), header.dwDataLength,
               header.dwCRC, GetVYNStatusAsString(packed).c_str());
 
@@ -49,8 +50,7 @@ void RunFirmwareDemo() {
   options.baud_rate = 115200;
   sim::BootLoaderSimulator chip(options);
   if (packed == VYN_STATUS_SUCCESS && chip.Start()) {
-    std::printf("bootloader on %s\n", chip.port_path().c_str());
-    std::fflush(stdout);
+    PrintOutput("bootloader on %s\n", chip.port_path().c_str());
     FlashConsole console(false, header.dwDataLength);
     CVYNMessageQueue& library_queue = GetVYNMessageQueue();
     library_queue.Initialize(false);
@@ -65,12 +65,12 @@ void RunFirmwareDemo() {
     library_queue.Terminate();
     const std::vector<uint8_t> flash = chip.FlashContents();
     const bool arrived = std::equal(image.begin(), image.end(), flash.begin());
-    std::printf("TransmitFirmware: %s; the chip holds the image: %s; started: %s\n",
+    PrintOutput("TransmitFirmware: %s; the chip holds the image: %s; started: %s\n",
                 GetVYNStatusAsString(status).c_str(), arrived ? "yes" : "no",
                 chip.counters().go_commands > 0 ? "yes" : "no");
     chip.Stop();
   } else {
-    std::printf("the simulated bootloader could not start\n");
+    PrintOutput("the simulated bootloader could not start\n");
   }
   support::RemoveFile(image_path);
   support::RemoveFile(file_path);

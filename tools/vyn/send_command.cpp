@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/link_session.h"
 #include "vyn/core/status.h"
@@ -29,7 +30,12 @@ void RunSend(const SendOptions& options) {
   const uint16_t length =
       BuildRequestFrame(options.request, options.args, GetVYNCommandSet(), frame);
   const bool mcpu = frame[0] == MCPU_START_DELIMITER;
+  // Before any thread starts, so that Ctrl-C ends the wait.
+  vyn::support::InterruptWatch watch;
   LinkSession session(options.port, options.baud_id, mcpu, true);
+  // Notifications and stray frames are shown as they pass; only the reply
+  // to this request ends the wait.
+  session.printer().ExpectReply(frame, [&watch] { watch.Wake(); });
   const int32_t status = GetVYNSerialPort().SendCommand(frame, length);
   if (status != VYN_STATUS_SUCCESS) {
     std::fprintf(stderr, "not sent: %s\n", GetVYNStatusAsString(status).c_str());
@@ -37,13 +43,18 @@ void RunSend(const SendOptions& options) {
   }
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(options.wait_ms);
-  while (session.printer().ReceivedFrames() == 0 && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  while (!session.printer().ReplyReceived()) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) break;
+    if (watch.Wait(static_cast<int>(left.count())) ==
+        vyn::support::InterruptWatch::Event::kInterrupted) {
+      std::fprintf(stderr, "interrupted before the reply came\n");
+      throw CLI::RuntimeError(130);
+    }
   }
-  // Give notifications or a late second frame a moment to be printed too.
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  if (session.printer().ReceivedFrames() == 0) {
-    std::fprintf(stderr, "no reply within %d ms\n", options.wait_ms);
+  if (!session.printer().ReplyReceived()) {
+    std::fprintf(stderr, "no reply within %d ms (a damaged reply is not shown)\n", options.wait_ms);
     throw CLI::RuntimeError(1);
   }
 }
