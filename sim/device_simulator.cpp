@@ -16,9 +16,11 @@ using std::chrono::milliseconds;
 // The device's control loop runs on its own beat, notifications or not.
 constexpr milliseconds kTickPeriod{50};
 // With nobody on the port the terminal reports a hang-up at once, so the
-// thread looks for a newcomer at this interval instead of waiting on it.
+// thread waits for an open of the port instead, or, where opens cannot be
+// watched, looks for a newcomer at this interval.
 constexpr milliseconds kPeerLookInterval{5};
-constexpr milliseconds kLongestWait{200};
+constexpr milliseconds kLongestWait{1000};
+constexpr int kMostBeatsCaughtUp = 1000;
 constexpr milliseconds kPlugChangeLimit{5000};
 // Notifications are skipped rather than piled up while the reader lags;
 // replies are always queued.
@@ -219,6 +221,9 @@ void DeviceSimulator::ApplyPlugRequest() {
 bool DeviceSimulator::PlugInNewTerminal() {
   support::PseudoTerminal fresh;
   if (!fresh.Open()) return false;
+  // Set before the link exists, so that no program opens the port unnoticed;
+  // without it the thread looks for newcomers at short intervals instead.
+  static_cast<void>(fresh.WatchSlaveOpens());
   // The link is made only where nothing is, and re-pointed only while it is
   // still ours: a file or another simulator's link at that path stays.
   const bool linked = plugged_ ? support::RepointSymbolicLink(port_path_, terminal_.slave_path(),
@@ -256,6 +261,9 @@ void DeviceSimulator::Run() {
     int descriptor = -1;
     if (plugged_ && peer_present_) {
       descriptor = terminal_.master_descriptor();
+    } else if (plugged_ && terminal_.open_watch_descriptor() >= 0) {
+      // Readable when a program opens the port.
+      descriptor = terminal_.open_watch_descriptor();
     } else if (plugged_) {
       timeout = std::min<long long>(timeout, kPeerLookInterval.count());
     }
@@ -263,6 +271,7 @@ void DeviceSimulator::Run() {
     platform::DescriptorReadiness readiness =
         platform::WaitForDescriptor(descriptor, want_write, &wake_, static_cast<int>(timeout));
     if (plugged_ && !peer_present_) {
+      terminal_.DrainOpenWatch();
       readiness = platform::WaitForDescriptor(terminal_.master_descriptor(), false, nullptr, 0);
     }
     lock.lock();
@@ -281,10 +290,17 @@ void DeviceSimulator::Run() {
 
 void DeviceSimulator::Tick(Clock::time_point now) {
   reader_.DropStaleFrame(now);
-  if (now >= next_tick_) {
+  // The control loop's beats are caught up when the thread wakes, so that
+  // it need not wake for each of them while nobody watches; a long gap is
+  // cut short, as the device would have settled anyway.
+  for (int beats = 0; now >= next_tick_; ++beats) {
+    if (beats == kMostBeatsCaughtUp) {
+      next_tick_ = now + kTickPeriod;
+      break;
+    }
     state_.Advance();
     notification_source_.Sample();
-    next_tick_ = NextBeat(next_tick_, kTickPeriod, now);
+    next_tick_ += kTickPeriod;
   }
   if (!notifications_enabled_ || !plugged_ || !peer_present_ || now < next_notification_) return;
   if (queue_.frames() + 3 <= kMaxQueuedFrames) {
@@ -297,9 +313,11 @@ void DeviceSimulator::Tick(Clock::time_point now) {
 
 DeviceSimulator::Clock::time_point DeviceSimulator::NextWakeUp(Clock::time_point now,
                                                                bool* want_write) {
-  Clock::time_point wake_at = std::min(now + kLongestWait, next_tick_);
+  Clock::time_point wake_at = now + kLongestWait;
   // Notifications wait for a program on the port; without this condition a
-  // missed beat would keep the wake-up time in the past and the loop spinning.
+  // missed beat would keep the wake-up time in the past and the loop
+  // spinning. The control loop's beats never need a wake-up of their own:
+  // Tick catches them up, samples included.
   if (notifications_enabled_ && peer_present_) wake_at = std::min(wake_at, next_notification_);
   Clock::time_point stale_at;
   if (reader_.StaleDeadline(&stale_at)) wake_at = std::min(wake_at, stale_at);
