@@ -11,6 +11,7 @@
 #include <string>
 
 #include "sim/device_simulator.h"
+#include "tests/support/temp_dir.h"
 #include "tests/tools/tool_process.h"
 
 namespace {
@@ -63,6 +64,18 @@ TEST_F(MonitorEnd, AClosedOutputPipeEndsTheMonitorWithAFailure) {
   ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
   EXPECT_EQ(monitor.end_signal(), 0);
   EXPECT_NE(monitor.exit_code(), 0);
+}
+
+TEST(SimDeviceEnd, AClosedOutputPipeEndsTheSimulatorAndRemovesItsLink) {
+  vyn::test::TempDir dir;
+  const std::string link = dir.File("port");
+  ToolProcess sim({"sim", "device", "--dir", dir.path(), "--name", "port"});
+  ASSERT_TRUE(sim.WaitForOutput(link, kStartLimitMs)) << sim.output();
+  ASSERT_TRUE(Exists(link));
+  sim.CloseOutput();
+  ASSERT_TRUE(sim.WaitForExit(kEndLimitMs));
+  EXPECT_EQ(sim.end_signal(), 0);
+  EXPECT_FALSE(Exists(link));
 }
 
 TEST(DemoEnd, SignalsAndAClosedPipeEndTheDemoAndRemoveItsSimulator) {
