@@ -55,6 +55,8 @@ class Pacer {
     return false;
   }
   bool stopped() const { return stopped_; }
+  void MarkStopped() { stopped_ = true; }
+  support::InterruptWatch& watch() { return watch_; }
 
  private:
   support::InterruptWatch watch_;
@@ -213,7 +215,7 @@ int RunDemo(const DemoOptions& options) {
               static_cast<unsigned long long>(counters.notifications));
   device.Stop();
 
-  RunFirmwareDemo();
+  if (!pacer->stopped() && RunFirmwareDemo(pacer->watch())) pacer->MarkStopped();
 
   GetVYNThreadMonitor().Terminate();
   PrintThreads();  // the log's output thread is the last one left

@@ -1,6 +1,7 @@
 #include "tools/vyn/demo_firmware.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -21,12 +22,13 @@ constexpr uint32_t kImageSize = 16 * 1024;  // about two seconds at 115,200 baud
 
 }  // namespace
 
-void RunFirmwareDemo() {
+bool RunFirmwareDemo(support::InterruptWatch& interrupts) {
+  bool interrupted = false;
   PrintOutput("\n== Firmware update (a simulated STM32 bootloader at 115,200 baud)\n");
   const std::string directory = support::CreateUniqueDirectory("/tmp/vyn-demo-");
   if (directory.empty()) {
     PrintOutput("no directory for the image\n");
-    return;
+    return false;
   }
   const std::string image_path = directory + "/image.bin";
   const std::string file_path = directory + "/firmware.vfw";
@@ -57,7 +59,24 @@ void RunFirmwareDemo() {
     auto* receiver = new ProgressReceiver(&console);  // owned by the library's queue
     receiver->Initialize(true);
     library_queue.Register(receiver);
-    const int32_t status = GetVYNSTM32BootLoader().TransmitFirmware(chip.port_path(), file_path);
+    std::atomic<int32_t> status{VYN_STATUS_UNSPECIFIC_ERROR};
+    std::atomic<bool> done{false};
+    std::thread transmission([&] {
+      status = GetVYNSTM32BootLoader().TransmitFirmware(chip.port_path(), file_path);
+      done = true;
+      interrupts.Wake();
+    });
+    while (!done) {
+      const support::InterruptWatch::Event event = interrupts.Wait();
+      if (event == support::InterruptWatch::Event::kInterrupted ||
+          event == support::InterruptWatch::Event::kOutputClosed) {
+        interrupted = true;
+        GetVYNSTM32BootLoader().CancelTransmission();
+        break;
+      }
+    }
+    // Not under any lock; the transmission ends soon after a cancel.
+    transmission.join();
     for (int i = 0; i < 100 && receiver->GetMessagesCount() > 0; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
@@ -66,7 +85,7 @@ void RunFirmwareDemo() {
     const std::vector<uint8_t> flash = chip.FlashContents();
     const bool arrived = std::equal(image.begin(), image.end(), flash.begin());
     PrintOutput("TransmitFirmware: %s; the chip holds the image: %s; started: %s\n",
-                GetVYNStatusAsString(status).c_str(), arrived ? "yes" : "no",
+                GetVYNStatusAsString(status.load()).c_str(), arrived ? "yes" : "no",
                 chip.counters().go_commands > 0 ? "yes" : "no");
     chip.Stop();
   } else {
@@ -75,6 +94,7 @@ void RunFirmwareDemo() {
   support::RemoveFile(image_path);
   support::RemoveFile(file_path);
   support::RemoveEmptyDirectory(directory);
+  return interrupted;
 }
 
 }  // namespace vyn::tool
