@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "sim/device_simulator.h"
 #include "tests/support/temp_dir.h"
@@ -64,6 +65,36 @@ TEST_F(MonitorEnd, AClosedOutputPipeEndsTheMonitorWithAFailure) {
   ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
   EXPECT_EQ(monitor.end_signal(), 0);
   EXPECT_NE(monitor.exit_code(), 0);
+}
+
+// Resident memory of a process in KiB, from /proc; 0 when unknown.
+long ResidentKiB(pid_t pid) {
+  const std::string status = vyn::test::ReadFile("/proc/" + std::to_string(pid) + "/status");
+  const size_t at = status.find("VmRSS:");
+  return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
+}
+
+TEST(MonitorStall, AnOutputNobodyReadsNeitherGrowsMemoryNorBlocksTheEnd) {
+  vyn::sim::DeviceSimulatorOptions options;
+  options.notifications = true;
+  options.notification_period = std::chrono::milliseconds(1);
+  vyn::sim::DeviceSimulator device(options);
+  ASSERT_TRUE(device.Start());
+  ToolProcess monitor({"monitor", device.port_path(), "-t", "600"});
+  ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
+  // From here on the test reads nothing: the pipe fills within moments.
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  const long before = ResidentKiB(monitor.pid());
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  const long after = ResidentKiB(monitor.pid());
+  ASSERT_GT(before, 0);
+  // Thousands of frames a second arrive meanwhile; kept, they would take
+  // megabytes.
+  EXPECT_LT(after - before, 2048) << before << " KiB, then " << after << " KiB";
+  EXPECT_GT(device.counters().notifications, 3000u);
+  monitor.Signal(SIGTERM);
+  ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
+  EXPECT_EQ(monitor.exit_code(), 0) << monitor.output();
 }
 
 TEST(SimDeviceEnd, AClosedOutputPipeEndsTheSimulatorAndRemovesItsLink) {

@@ -9,6 +9,7 @@
 #include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/link_session.h"
+#include "tools/vyn/output.h"
 #include "vyn/serial/serial_port.h"
 
 namespace vyn::tool {
@@ -30,8 +31,8 @@ void RunMonitor(const MonitorOptions& options) {
   watch.WatchOutputClosed(STDOUT_FILENO);
   if (options.seconds <= 0) watch.WatchInputEnd(STDIN_FILENO);
   LinkSession session(options.port, options.baud_id, options.mcpu, false);
-  std::fprintf(stderr, "monitoring %s; end with Ctrl-C%s\n", options.port.c_str(),
-               options.seconds > 0 ? " or when the time is up" : " or end of input");
+  WriteErrorLine("monitoring " + options.port + "; end with Ctrl-C" +
+                 (options.seconds > 0 ? " or when the time is up" : " or end of input"));
   using Clock = std::chrono::steady_clock;
   const Clock::time_point end =
       Clock::now() + std::chrono::duration_cast<Clock::duration>(
@@ -47,7 +48,7 @@ void RunMonitor(const MonitorOptions& options) {
     event = watch.Wait(timeout_ms);
     if (event != Event::kWoken && event != Event::kTimedOut) break;
   }
-  std::fprintf(stderr, "%s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
+  WriteErrorLine(GetVYNSerialPort().GetSerialPortStatus());
   // Nobody reads what would follow; the exit code says the run was cut short.
   if (event == Event::kOutputClosed) throw CLI::RuntimeError(1);
 }

@@ -28,8 +28,8 @@ std::mutex& WriteMutex() {
 // Lines dropped since the pipe last took output; guarded by WriteMutex().
 unsigned long dropped_lines = 0;
 
-bool WaitWritable(int timeout_ms) {
-  pollfd watched{STDOUT_FILENO, POLLOUT, 0};
+bool WaitWritable(int timeout_ms, int descriptor = STDOUT_FILENO) {
+  pollfd watched{descriptor, POLLOUT, 0};
   for (;;) {
     const int ready = poll(&watched, 1, timeout_ms);
     if (ready < 0 && errno == EINTR) continue;
@@ -102,6 +102,13 @@ bool WriteOutputText(const std::string& text) {
     if (!WriteAll(note, static_cast<size_t>(length))) return false;
   }
   return WriteAll(text.data(), text.size());
+}
+
+void WriteErrorLine(const std::string& line) {
+  if (!WaitWritable(kFullPipePatienceMs, STDERR_FILENO)) return;
+  const std::string text = line + "\n";
+  const ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
+  static_cast<void>(ignored);
 }
 
 bool OutputBroken() { return output_broken; }

@@ -31,6 +31,10 @@ bool WriteOutputText(const std::string& text);
 // printf into WriteOutputText.
 void PrintOutput(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// A message line on standard error that, like WriteOutputLine, waits only
+// a short while for a pipe that nobody reads and is dropped then.
+void WriteErrorLine(const std::string& line);
+
 // True once a write found the reader of standard output gone.
 bool OutputBroken();
 

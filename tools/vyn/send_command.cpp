@@ -1,5 +1,7 @@
 // vyn send PORT REQUEST [ARGS]: sends one request and shows the traffic
 // until the reply has come or the wait is over.
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -32,6 +34,7 @@ void RunSend(const SendOptions& options) {
   const bool mcpu = frame[0] == MCPU_START_DELIMITER;
   // Before any thread starts, so that Ctrl-C ends the wait.
   vyn::support::InterruptWatch watch;
+  watch.WatchOutputClosed(STDOUT_FILENO);
   LinkSession session(options.port, options.baud_id, mcpu, true);
   // Notifications and stray frames are shown as they pass; only the reply
   // to this request ends the wait.
@@ -47,10 +50,13 @@ void RunSend(const SendOptions& options) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) break;
-    if (watch.Wait(static_cast<int>(left.count())) ==
-        vyn::support::InterruptWatch::Event::kInterrupted) {
+    const vyn::support::InterruptWatch::Event event = watch.Wait(static_cast<int>(left.count()));
+    if (event == vyn::support::InterruptWatch::Event::kInterrupted) {
       std::fprintf(stderr, "interrupted before the reply came\n");
       throw CLI::RuntimeError(130);
+    }
+    if (event == vyn::support::InterruptWatch::Event::kOutputClosed) {
+      throw CLI::RuntimeError(1);  // nobody would see the reply
     }
   }
   if (!session.printer().ReplyReceived()) {
