@@ -22,15 +22,18 @@ bool IsLink(const std::string& path) {
 }
 
 TEST(SimLink, AFileAtTheLinkPathIsNeverReplacedNorRemoved) {
-  TempDir dir;
-  const std::string path = dir.File("precious");
-  WriteFile(path, "keep me");
-  ToolProcess sim({"sim", "device", "--dir", dir.path(), "--name", "precious"});
-  ASSERT_TRUE(sim.WaitForExit(10000));
-  EXPECT_EQ(sim.exit_code(), 1);
-  EXPECT_NE(sim.output().find("exists already"), std::string::npos) << sim.output();
-  EXPECT_FALSE(IsLink(path));
-  EXPECT_EQ(ReadFile(path), "keep me");
+  for (const char* kind : {"device", "bootloader"}) {
+    SCOPED_TRACE(kind);
+    TempDir dir;
+    const std::string path = dir.File("precious");
+    WriteFile(path, "keep me");
+    ToolProcess sim({"sim", kind, "--dir", dir.path(), "--name", "precious"});
+    ASSERT_TRUE(sim.WaitForExit(10000));
+    EXPECT_EQ(sim.exit_code(), 1);
+    EXPECT_NE(sim.output().find("exists already"), std::string::npos) << sim.output();
+    EXPECT_FALSE(IsLink(path));
+    EXPECT_EQ(ReadFile(path), "keep me");
+  }
 }
 
 TEST(SimLink, ASecondSimulatorIsRefusedAndTheFirstKeepsItsLink) {
