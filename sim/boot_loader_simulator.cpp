@@ -62,7 +62,7 @@ void BootLoaderSimulator::Stop() {
   if (thread_.joinable()) thread_.join();
   MutexLock lock(&mutex_);
   running_ = false;
-  if (plugged_) support::RemoveFile(port_path_);
+  if (plugged_) support::RemoveSymbolicLinkTo(port_path_, terminal_.slave_path());
   terminal_.Close();
   plugged_ = false;
   DropAnswers();
@@ -224,10 +224,13 @@ bool BootLoaderSimulator::PlugInNewTerminal() {
   support::PseudoTerminal fresh;
   // Holding the slave open keeps the master quiet while no program has the
   // port, so the thread can wait on it without a time limit.
-  if (!fresh.Open() || !fresh.HoldSlaveOpen() ||
-      !support::ReplaceSymbolicLink(fresh.slave_path(), port_path_)) {
-    return false;
-  }
+  if (!fresh.Open() || !fresh.HoldSlaveOpen()) return false;
+  // The link is made only where nothing is, and re-pointed only while it is
+  // still ours: a file or another simulator's link at that path stays.
+  const bool linked = plugged_ ? support::RepointSymbolicLink(port_path_, terminal_.slave_path(),
+                                                              fresh.slave_path())
+                               : support::CreateSymbolicLink(fresh.slave_path(), port_path_);
+  if (!linked) return false;
   // Moving the new terminal in closes the old one: its users see a hang-up
   // while the link already leads to the new one.
   terminal_ = std::move(fresh);
@@ -240,7 +243,7 @@ bool BootLoaderSimulator::PlugInNewTerminal() {
 
 void BootLoaderSimulator::Unplugged() {
   // The link goes first, so nobody opens a terminal that is about to vanish.
-  support::RemoveFile(port_path_);
+  support::RemoveSymbolicLinkTo(port_path_, terminal_.slave_path());
   terminal_.Close();
   plugged_ = false;
   chip_.PowerOn();

@@ -1,6 +1,7 @@
 #include "sim/device_simulator.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 #include <vector>
 
@@ -15,14 +16,17 @@ using std::chrono::milliseconds;
 // The device's control loop runs on its own beat, notifications or not.
 constexpr milliseconds kTickPeriod{50};
 // With nobody on the port the terminal reports a hang-up at once, so the
-// thread looks for a newcomer at this interval instead of waiting on it.
+// thread waits for an open of the port instead, or, where opens cannot be
+// watched, looks for a newcomer at this interval.
 constexpr milliseconds kPeerLookInterval{5};
-constexpr milliseconds kLongestWait{200};
+constexpr milliseconds kLongestWait{1000};
+constexpr int kMostBeatsCaughtUp = 1000;
 constexpr milliseconds kPlugChangeLimit{5000};
 // Notifications are skipped rather than piled up while the reader lags;
 // replies are always queued.
 constexpr size_t kMaxQueuedFrames = 48;
 constexpr size_t kReadChunk = 4096;
+constexpr size_t kMaxWritePerRound = 64 * 1024;
 
 // The next beat of a periodic event after `due`; a beat missed because the
 // thread was held up is skipped rather than made up in a burst.
@@ -54,6 +58,7 @@ bool DeviceSimulator::Start() {
   }
   port_path_ = directory + "/" + options_.link_name;
   std::unique_lock lock(mutex_);
+  link_taken_ = false;
   if (!PlugInNewTerminal()) {
     lock.unlock();
     if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
@@ -77,13 +82,18 @@ void DeviceSimulator::Stop() {
   if (thread_.joinable()) thread_.join();
   std::lock_guard lock(mutex_);
   running_ = false;
-  if (plugged_) support::RemoveFile(port_path_);
+  if (plugged_) support::RemoveSymbolicLinkTo(port_path_, terminal_.slave_path());
   terminal_.Close();
   plugged_ = false;
   peer_present_ = false;
   if (!own_directory_.empty()) support::RemoveEmptyDirectory(own_directory_);
   own_directory_.clear();
   plug_changed_.notify_all();
+}
+
+bool DeviceSimulator::LinkTaken() const {
+  std::lock_guard lock(mutex_);
+  return link_taken_;
 }
 
 bool DeviceSimulator::IsRunning() const {
@@ -118,6 +128,14 @@ void DeviceSimulator::Stall(milliseconds duration) {
   {
     std::lock_guard lock(mutex_);
     queue_.Stall(Clock::now() + duration);
+  }
+  wake_.Signal();
+}
+
+void DeviceSimulator::ClearFaults() {
+  {
+    std::lock_guard lock(mutex_);
+    queue_.CancelFaults();
   }
   wake_.Signal();
 }
@@ -187,7 +205,7 @@ void DeviceSimulator::ApplyPlugRequest() {
   if (plug_request_ == PlugRequest::kUnplug) {
     if (plugged_) {
       // The link goes first, so nobody opens a terminal that is about to vanish.
-      support::RemoveFile(port_path_);
+      support::RemoveSymbolicLinkTo(port_path_, terminal_.slave_path());
       terminal_.Close();
       plugged_ = false;
       PeerLeft();
@@ -202,7 +220,19 @@ void DeviceSimulator::ApplyPlugRequest() {
 
 bool DeviceSimulator::PlugInNewTerminal() {
   support::PseudoTerminal fresh;
-  if (!fresh.Open() || !support::ReplaceSymbolicLink(fresh.slave_path(), port_path_)) return false;
+  if (!fresh.Open()) return false;
+  // Set before the link exists, so that no program opens the port unnoticed;
+  // without it the thread looks for newcomers at short intervals instead.
+  static_cast<void>(fresh.WatchSlaveOpens());
+  // The link is made only where nothing is, and re-pointed only while it is
+  // still ours: a file or another simulator's link at that path stays.
+  const bool linked = plugged_ ? support::RepointSymbolicLink(port_path_, terminal_.slave_path(),
+                                                              fresh.slave_path())
+                               : support::CreateSymbolicLink(fresh.slave_path(), port_path_);
+  if (!linked) {
+    link_taken_ = errno == EEXIST || plugged_;
+    return false;
+  }
   // Moving the new terminal in closes the old one: its users see a hang-up
   // while the link already leads to the new one.
   terminal_ = std::move(fresh);
@@ -231,6 +261,9 @@ void DeviceSimulator::Run() {
     int descriptor = -1;
     if (plugged_ && peer_present_) {
       descriptor = terminal_.master_descriptor();
+    } else if (plugged_ && terminal_.open_watch_descriptor() >= 0) {
+      // Readable when a program opens the port.
+      descriptor = terminal_.open_watch_descriptor();
     } else if (plugged_) {
       timeout = std::min<long long>(timeout, kPeerLookInterval.count());
     }
@@ -238,6 +271,7 @@ void DeviceSimulator::Run() {
     platform::DescriptorReadiness readiness =
         platform::WaitForDescriptor(descriptor, want_write, &wake_, static_cast<int>(timeout));
     if (plugged_ && !peer_present_) {
+      terminal_.DrainOpenWatch();
       readiness = platform::WaitForDescriptor(terminal_.master_descriptor(), false, nullptr, 0);
     }
     lock.lock();
@@ -256,10 +290,17 @@ void DeviceSimulator::Run() {
 
 void DeviceSimulator::Tick(Clock::time_point now) {
   reader_.DropStaleFrame(now);
-  if (now >= next_tick_) {
+  // The control loop's beats are caught up when the thread wakes, so that
+  // it need not wake for each of them while nobody watches; a long gap is
+  // cut short, as the device would have settled anyway.
+  for (int beats = 0; now >= next_tick_; ++beats) {
+    if (beats == kMostBeatsCaughtUp) {
+      next_tick_ = now + kTickPeriod;
+      break;
+    }
     state_.Advance();
     notification_source_.Sample();
-    next_tick_ = NextBeat(next_tick_, kTickPeriod, now);
+    next_tick_ += kTickPeriod;
   }
   if (!notifications_enabled_ || !plugged_ || !peer_present_ || now < next_notification_) return;
   if (queue_.frames() + 3 <= kMaxQueuedFrames) {
@@ -272,8 +313,12 @@ void DeviceSimulator::Tick(Clock::time_point now) {
 
 DeviceSimulator::Clock::time_point DeviceSimulator::NextWakeUp(Clock::time_point now,
                                                                bool* want_write) {
-  Clock::time_point wake_at = std::min(now + kLongestWait, next_tick_);
-  if (notifications_enabled_) wake_at = std::min(wake_at, next_notification_);
+  Clock::time_point wake_at = now + kLongestWait;
+  // Notifications wait for a program on the port; without this condition a
+  // missed beat would keep the wake-up time in the past and the loop
+  // spinning. The control loop's beats never need a wake-up of their own:
+  // Tick catches them up, samples included.
+  if (notifications_enabled_ && peer_present_) wake_at = std::min(wake_at, next_notification_);
   Clock::time_point stale_at;
   if (reader_.StaleDeadline(&stale_at)) wake_at = std::min(wake_at, stale_at);
   if (peer_present_ && !queue_.empty()) {
@@ -322,7 +367,12 @@ void DeviceSimulator::Answer(const ReceivedFrame& request) {
 
 void DeviceSimulator::WriteQueued(Clock::time_point now) {
   Clock::time_point resume_at;
-  while (const std::vector<uint8_t>* bytes = queue_.Ready(now, &resume_at)) {
+  // A long run of garbage to a fast reader goes out over several rounds, so
+  // that the lock is free for the commands in between.
+  size_t written = 0;
+  while (written < kMaxWritePerRound) {
+    const std::vector<uint8_t>* bytes = queue_.Ready(now, &resume_at);
+    if (bytes == nullptr) break;
     const platform::IoResult put =
         platform::WriteDescriptor(terminal_.master_descriptor(), bytes->data(), bytes->size());
     if (put.status == platform::IoStatus::kHungUp) {
@@ -331,6 +381,7 @@ void DeviceSimulator::WriteQueued(Clock::time_point now) {
     }
     if (put.status != platform::IoStatus::kDone) return;
     counters_.bytes_sent += put.count;
+    written += put.count;
     if (queue_.front_kind() == FrameKind::kGarbage) counters_.garbage_bytes += put.count;
     const std::optional<FrameKind> finished = queue_.Consume(put.count);
     if (finished == FrameKind::kReply) ++counters_.replies;

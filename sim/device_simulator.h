@@ -86,9 +86,13 @@ class DeviceSimulator {
 
   // Makes the pseudo-terminal and the link and starts the thread. False when
   // any of them fails (nothing is left behind then) or when already running.
+  // The link is created only where nothing exists yet; LinkTaken() tells
+  // that this was why Start() failed.
   [[nodiscard]] bool Start();
+  bool LinkTaken() const;
   // Stops the thread and removes terminal, link and own directory; safe to
-  // call more than once.
+  // call more than once. The link is removed only while it still points to
+  // this simulator's terminal.
   void Stop();
   bool IsRunning() const;
 
@@ -105,6 +109,9 @@ class DeviceSimulator {
   // The default pause outlasts the 2-second limit after which a receiver
   // gives up a frame that stopped coming.
   void SplitNextFrame(std::chrono::milliseconds pause = std::chrono::milliseconds(2500));
+  // Undoes the faults not yet spent: ends a stall, forgets garbage not yet
+  // sent, disarms the faults armed for the next frames.
+  void ClearFaults();
 
   // Closes the terminal (every program holding the port sees a hang-up) and
   // removes the link. True once done; false when not running or the
@@ -113,7 +120,8 @@ class DeviceSimulator {
   // Opens a new terminal and points the link at it in one step; a terminal
   // still plugged in is closed afterwards, so this also works as a quick
   // unplug-and-replug. True once done; false when not running or the
-  // terminal or link could not be made (the device then stays unplugged).
+  // terminal or link could not be made (the device then stays as it was), or
+  // the link was replaced by someone else meanwhile.
   bool Replug();
   bool IsPlugged() const;
 
@@ -151,6 +159,7 @@ class DeviceSimulator {
   bool stop_requested_ = false;
   PlugRequest plug_request_ = PlugRequest::kNone;
   bool plug_result_ = false;
+  bool link_taken_ = false;
   // Changed only by the simulator's thread (under the lock), so that thread
   // may read them without it.
   support::PseudoTerminal terminal_;

@@ -1,5 +1,6 @@
 #include "sim/outbound_queue.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "sim/frame_builder.h"
@@ -45,15 +46,39 @@ void OutboundQueue::PushFrame(std::vector<uint8_t> frame, FrameKind kind) {
 
 void OutboundQueue::PushGarbage(size_t count) {
   if (count == 0) return;
-  std::vector<uint8_t> bytes;
-  bytes.reserve(count);
+  chunks_.push_back(Chunk{{}, {}, FrameKind::kGarbage, true, count});
+}
+
+void OutboundQueue::MakeGarbage(Chunk& chunk) {
+  const size_t count = std::min(chunk.garbage_left, kGarbageBlock);
+  chunk.bytes.clear();
+  chunk.bytes.reserve(count);
   // No start byte among them, so a receiver throws each one away on its
   // own and none can begin a frame.
-  while (bytes.size() < count) {
+  while (chunk.bytes.size() < count) {
     const auto byte = static_cast<uint8_t>(garbage_generator_() & 0xFF);
-    if (byte != kCcpuStart && byte != kMcpuStart) bytes.push_back(byte);
+    if (byte != kCcpuStart && byte != kMcpuStart) chunk.bytes.push_back(byte);
   }
-  chunks_.push_back(Chunk{std::move(bytes), {}, FrameKind::kGarbage, true});
+  chunk.garbage_left -= count;
+}
+
+void OutboundQueue::CancelFaults() {
+  stalled_until_ = {};
+  armed_drops_ = 0;
+  armed_checksums_.clear();
+  armed_splits_.clear();
+  std::deque<Chunk> kept;
+  for (size_t i = 0; i < chunks_.size(); ++i) {
+    Chunk& chunk = chunks_[i];
+    // Garbage partly written keeps its current block, so that the bytes
+    // around it stay whole; the rest of it and any unstarted garbage go.
+    if (chunk.kind == FrameKind::kGarbage && (i > 0 || chunk.bytes.empty())) continue;
+    chunk.garbage_left = 0;
+    chunk.pause_before = std::chrono::milliseconds(0);
+    kept.push_back(std::move(chunk));
+  }
+  chunks_ = std::move(kept);
+  first_release_.reset();
 }
 
 const std::vector<uint8_t>* OutboundQueue::Ready(Clock::time_point now,
@@ -66,6 +91,9 @@ const std::vector<uint8_t>* OutboundQueue::Ready(Clock::time_point now,
   // A pause runs from the moment its chunk reaches the front, which is when
   // the chunk before it has been written.
   if (!first_release_) first_release_ = now + chunks_.front().pause_before;
+  if (chunks_.front().bytes.empty() && chunks_.front().garbage_left > 0) {
+    MakeGarbage(chunks_.front());
+  }
   if (now < *first_release_) {
     *resume_at = *first_release_;
     return nullptr;
@@ -78,6 +106,10 @@ std::optional<FrameKind> OutboundQueue::Consume(size_t count) {
   Chunk& first = chunks_.front();
   if (count < first.bytes.size()) {
     first.bytes.erase(first.bytes.begin(), first.bytes.begin() + static_cast<long>(count));
+    return std::nullopt;
+  }
+  if (first.garbage_left > 0) {
+    first.bytes.clear();  // the next block follows
     return std::nullopt;
   }
   const std::optional<FrameKind> finished =

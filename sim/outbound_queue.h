@@ -9,7 +9,7 @@
 //   frame without payload has none; its header checksum is hit instead);
 // - split: the frame goes out in two halves with a pause between them;
 // - garbage: bytes that are neither start byte go out at once, before any
-//   frame queued later;
+//   frame queued later; they are made block by block while they go out;
 // - stall: nothing at all goes out until the time has passed; frames queue up
 //   meanwhile and follow afterwards.
 //
@@ -41,6 +41,10 @@ class OutboundQueue {
   void ArmCorruptChecksum(ChecksumKind kind);
   void ArmSplit(std::chrono::milliseconds pause) { armed_splits_.push_back(pause); }
   void Stall(Clock::time_point until);
+  // Undoes every fault not yet spent: a stall ends, garbage not yet written
+  // is forgotten, armed faults are disarmed and the pauses of split frames
+  // still queued are dropped.
+  void CancelFaults();
 
   // The bytes that may be written at `now`: empty while paused or stalled,
   // with `resume_at` set to when to look again, or when nothing waits.
@@ -64,7 +68,13 @@ class OutboundQueue {
     std::chrono::milliseconds pause_before{0};
     FrameKind kind = FrameKind::kReply;
     bool ends_frame = true;
+    // Garbage is made a block at a time as it goes out, so that a request
+    // for millions of bytes neither takes long nor takes memory.
+    size_t garbage_left = 0;
   };
+
+  static constexpr size_t kGarbageBlock = 4096;
+  void MakeGarbage(Chunk& chunk);
 
   std::deque<Chunk> chunks_;
   std::optional<Clock::time_point> first_release_;

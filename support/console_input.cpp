@@ -48,13 +48,16 @@ ConsoleInput::Result ConsoleInput::ReadLine(std::string* line) {
       return Result::kLine;
     }
     if (end_of_input_) return Result::kEndOfInput;
-    pollfd watched[2] = {{STDIN_FILENO, POLLIN, 0}, {signals_->descriptor, POLLIN, 0}};
-    const nfds_t count = signals_->descriptor >= 0 ? 2 : 1;
-    if (poll(watched, count, -1) < 0) {
+    // Standard output is watched for errors only: a pipe reports one when
+    // its reader has gone.
+    pollfd watched[3] = {
+        {STDIN_FILENO, POLLIN, 0}, {signals_->descriptor, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+    if (poll(watched, 3, -1) < 0) {
       if (errno == EINTR) continue;
       return Result::kEndOfInput;
     }
-    if (count == 2 && (watched[1].revents & POLLIN) != 0) {
+    if ((watched[2].revents & POLLERR) != 0) return Result::kOutputClosed;
+    if ((watched[1].revents & POLLIN) != 0) {
       signalfd_siginfo received{};
       const ssize_t ignored = read(signals_->descriptor, &received, sizeof received);
       static_cast<void>(ignored);

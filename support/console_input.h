@@ -22,7 +22,9 @@ namespace vyn::support {
 
 class ConsoleInput {
  public:
-  enum class Result { kLine, kEndOfInput, kInterrupted };
+  // kOutputClosed: the reader of standard output (a pipe) has gone, so
+  // nobody sees what the program would answer.
+  enum class Result { kLine, kEndOfInput, kInterrupted, kOutputClosed };
 
   ConsoleInput();
   ~ConsoleInput();
@@ -30,7 +32,7 @@ class ConsoleInput {
   ConsoleInput& operator=(const ConsoleInput&) = delete;
 
   // Waits for the next line (without its line end; a last line without one
-  // counts too), the end of input, or an interrupt.
+  // counts too), the end of input, an interrupt, or a closed output.
   Result ReadLine(std::string* line);
 
  private:

@@ -31,7 +31,6 @@ bool ReplaceSymbolicLink(const std::string& target, const std::string& link) {
   char suffix[48];
   std::snprintf(suffix, sizeof suffix, ".tmp-%ld-%u", static_cast<long>(getpid()), serial++);
   const std::string temporary = link + suffix;
-  unlink(temporary.c_str());
   if (symlink(target.c_str(), temporary.c_str()) != 0) return false;
   // rename() replaces the destination atomically, also when it is a link.
   if (rename(temporary.c_str(), link.c_str()) != 0) {
@@ -39,6 +38,29 @@ bool ReplaceSymbolicLink(const std::string& target, const std::string& link) {
     return false;
   }
   return true;
+}
+
+bool CreateSymbolicLink(const std::string& target, const std::string& link) {
+  return symlink(target.c_str(), link.c_str()) == 0;
+}
+
+bool IsSymbolicLinkTo(const std::string& link, const std::string& target) {
+  std::vector<char> content(target.size() + 2);
+  const ssize_t length = readlink(link.c_str(), content.data(), content.size());
+  return length >= 0 && static_cast<size_t>(length) == target.size() &&
+         target.compare(0, target.size(), content.data(), target.size()) == 0;
+}
+
+bool RemoveSymbolicLinkTo(const std::string& link, const std::string& target) {
+  // A replacement between the check and unlink() would need someone to
+  // swap the link within microseconds in a directory we use; the check
+  // keeps the common cases (a file or another simulator's link) safe.
+  return IsSymbolicLinkTo(link, target) && unlink(link.c_str()) == 0;
+}
+
+bool RepointSymbolicLink(const std::string& link, const std::string& old_target,
+                         const std::string& new_target) {
+  return IsSymbolicLinkTo(link, old_target) && ReplaceSymbolicLink(new_target, link);
 }
 
 }  // namespace vyn::support

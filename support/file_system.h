@@ -19,6 +19,23 @@ bool RemoveEmptyDirectory(const std::string& path);
 // gone afterwards, also when it was never there.
 bool RemoveFile(const std::string& path);
 
+// Makes `link` a new symbolic link to `target`; fails (errno EEXIST) when
+// anything at all is there already, so nothing of someone else's is replaced.
+bool CreateSymbolicLink(const std::string& target, const std::string& link);
+
+// True when `link` is a symbolic link whose content is exactly `target`.
+bool IsSymbolicLinkTo(const std::string& link, const std::string& target);
+
+// Removes `link` only while it is a symbolic link to `target`: a link that
+// someone replaced meanwhile (by a file or a link elsewhere) stays. True when
+// it was removed.
+bool RemoveSymbolicLinkTo(const std::string& link, const std::string& target);
+
+// Re-points `link` from `old_target` to `new_target` as ReplaceSymbolicLink
+// does, but only while `link` still points to `old_target`.
+bool RepointSymbolicLink(const std::string& link, const std::string& old_target,
+                         const std::string& new_target);
+
 // Makes `link` a symbolic link to `target`, replacing whatever `link` was, in
 // one step: a program that opens `link` meanwhile finds either the old or
 // the new target, never no link at all. A temporary link beside `link` is

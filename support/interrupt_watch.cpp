@@ -15,6 +15,8 @@ struct InterruptWatch::State {
   sigset_t previous_mask{};
   int signals = -1;
   int wake = -1;
+  int input = -1;
+  int output = -1;
 };
 
 InterruptWatch::InterruptWatch() : state_(std::make_unique<State>()) {
@@ -22,6 +24,7 @@ InterruptWatch::InterruptWatch() : state_(std::make_unique<State>()) {
   sigemptyset(&watched);
   sigaddset(&watched, SIGINT);
   sigaddset(&watched, SIGTERM);
+  sigaddset(&watched, SIGHUP);
   if (pthread_sigmask(SIG_BLOCK, &watched, &state_->previous_mask) == 0) {
     state_->signals = signalfd(-1, &watched, SFD_CLOEXEC);
   }
@@ -36,8 +39,11 @@ InterruptWatch::~InterruptWatch() {
 
 InterruptWatch::Event InterruptWatch::Wait(int timeout_ms) {
   for (;;) {
-    pollfd watched[2] = {{state_->wake, POLLIN, 0}, {state_->signals, POLLIN, 0}};
-    const int ready = poll(watched, 2, timeout_ms);
+    pollfd watched[4] = {{state_->wake, POLLIN, 0},
+                         {state_->signals, POLLIN, 0},
+                         {state_->input, POLLIN, 0},
+                         {state_->output, 0, 0}};
+    const int ready = poll(watched, 4, timeout_ms);
     if (ready == 0) return Event::kTimedOut;
     if (ready < 0) {
       if (errno == EINTR) continue;
@@ -55,8 +61,24 @@ InterruptWatch::Event InterruptWatch::Wait(int timeout_ms) {
       static_cast<void>(ignored);
       return Event::kWoken;
     }
+    if ((watched[3].revents & (POLLERR | POLLHUP)) != 0) {
+      state_->output = -1;
+      return Event::kOutputClosed;
+    }
+    if (watched[2].revents != 0) {
+      char discarded[512];
+      const ssize_t got = read(state_->input, discarded, sizeof discarded);
+      if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
+        state_->input = -1;
+        return Event::kInputEnded;
+      }
+    }
   }
 }
+
+void InterruptWatch::WatchInputEnd(int descriptor) { state_->input = descriptor; }
+
+void InterruptWatch::WatchOutputClosed(int descriptor) { state_->output = descriptor; }
 
 void InterruptWatch::Wake() {
   const uint64_t one = 1;

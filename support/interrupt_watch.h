@@ -2,7 +2,7 @@
 // it can wind down cleanly (cancel what runs, close ports, remove files)
 // instead of ending at once.
 //
-// Construct the object before starting any thread: it blocks SIGINT and
+// Construct the object before starting any thread: it blocks SIGINT, SIGHUP and
 // SIGTERM for the constructing thread, threads started afterwards inherit
 // that, and the signals are then received through a descriptor. Destruction
 // restores the previous signal mask of the constructing thread; stop the
@@ -19,7 +19,7 @@ namespace vyn::support {
 
 class InterruptWatch {
  public:
-  enum class Event { kInterrupted, kWoken, kTimedOut };
+  enum class Event { kInterrupted, kWoken, kTimedOut, kInputEnded, kOutputClosed };
 
   InterruptWatch();
   ~InterruptWatch();
@@ -32,6 +32,15 @@ class InterruptWatch {
   Event Wait(int timeout_ms = -1);
   // Ends a Wait on another thread (the work it waits for is done).
   void Wake();
+
+  // From now on Wait also ends with kInputEnded when `descriptor` (standard
+  // input, say) reaches its end; what it delivers before is read and thrown
+  // away. Reported once.
+  void WatchInputEnd(int descriptor);
+  // From now on Wait also ends with kOutputClosed once the reader of the pipe
+  // or socket `descriptor` (standard output, say) has gone; other kinds of
+  // output never report it.
+  void WatchOutputClosed(int descriptor);
 
  private:
   struct State;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/inotify.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -34,6 +35,7 @@ PseudoTerminal::~PseudoTerminal() { Close(); }
 PseudoTerminal::PseudoTerminal(PseudoTerminal&& other) noexcept
     : master_(std::exchange(other.master_, -1)),
       held_slave_(std::exchange(other.held_slave_, -1)),
+      open_watch_(std::exchange(other.open_watch_, -1)),
       slave_path_(std::move(other.slave_path_)) {
   other.slave_path_.clear();
 }
@@ -43,6 +45,7 @@ PseudoTerminal& PseudoTerminal::operator=(PseudoTerminal&& other) noexcept {
     Close();
     master_ = std::exchange(other.master_, -1);
     held_slave_ = std::exchange(other.held_slave_, -1);
+    open_watch_ = std::exchange(other.open_watch_, -1);
     slave_path_ = std::move(other.slave_path_);
     other.slave_path_.clear();
   }
@@ -71,7 +74,29 @@ bool PseudoTerminal::HoldSlaveOpen() {
   return held_slave_ >= 0;
 }
 
+bool PseudoTerminal::WatchSlaveOpens() {
+  if (master_ < 0) return false;
+  if (open_watch_ >= 0) return true;
+  const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (watch < 0) return false;
+  if (inotify_add_watch(watch, slave_path_.c_str(), IN_OPEN) < 0) {
+    close(watch);
+    return false;
+  }
+  open_watch_ = watch;
+  return true;
+}
+
+void PseudoTerminal::DrainOpenWatch() {
+  if (open_watch_ < 0) return;
+  alignas(inotify_event) char events[1024];
+  while (read(open_watch_, events, sizeof events) > 0) {
+  }
+}
+
 void PseudoTerminal::Close() {
+  if (open_watch_ >= 0) close(open_watch_);
+  open_watch_ = -1;
   if (held_slave_ >= 0) close(held_slave_);
   held_slave_ = -1;
   if (master_ >= 0) close(master_);

@@ -47,6 +47,16 @@ class PseudoTerminal {
   // the port. False when the slave cannot be opened.
   [[nodiscard]] bool HoldSlaveOpen();
 
+  // Starts noting every open of the slave from now on, so that an owner
+  // waiting for the first program on the port can sleep on
+  // open_watch_descriptor() (readable after an open) instead of looking at
+  // the master again and again. False when the system cannot watch.
+  [[nodiscard]] bool WatchSlaveOpens();
+  // -1 without a watch.
+  int open_watch_descriptor() const { return open_watch_; }
+  // Forgets the opens noted so far.
+  void DrainOpenWatch();
+
   bool IsOpen() const { return master_ >= 0; }
   // -1 while closed.
   int master_descriptor() const { return master_; }
@@ -56,6 +66,7 @@ class PseudoTerminal {
  private:
   int master_ = -1;
   int held_slave_ = -1;
+  int open_watch_ = -1;
   std::string slave_path_;
 };
 

@@ -18,7 +18,7 @@ TEST(FrameToolTest, BuildsRequestsAndRendersReplies) {
       {{"build", "SetHardwareInfo", "0x0102", "A", "7"},
        "42 51 00 06 00 01 58 02 01 41 00 37 00 7B\n"},
       {{"build", "MotorsOff"}, "3E 45 01 46 0C 0C\n"},
-      {{"dump", "42 02 40 02 00 01 45", "00 04 04"},
+      {{"dump", "42 02 40 02 00 01 45 00 04 04"},
        "CCPU_CMD_ID_ACK_GET_STATUS; internal status; 0; status count; 2; status 1; "
        "STATUS_SUCCESS; status 2; STATUS_BUSY\n"},
   };

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -91,7 +92,7 @@ TEST(SimCommandTest, PrintsThePortFirstAndTakesFaultCommands) {
   TestPort port(path);
   ASSERT_TRUE(port.is_open());
 
-  EXPECT_EQ(child.Say("garbage 3"), "ok: garbage sent");
+  EXPECT_EQ(child.Say("garbage 3"), "ok: garbage queued");
   EXPECT_EQ(child.Say("badsum header"), "ok: the next frame has a wrong header checksum");
   ASSERT_TRUE(port.Send({0x3E, 0x56, 0x00, 0x56, 0x00}));
   const Bytes got = port.Read(3 + 23);
@@ -111,6 +112,32 @@ TEST(SimCommandTest, PrintsThePortFirstAndTakesFaultCommands) {
 
   EXPECT_EQ(child.Wait(), 0);
   EXPECT_FALSE(Exists(path)) << "the port link outlived the program";
+}
+
+TEST(SimCommandTest, LargeFaultsRunInTheBackgroundAndClearUndoesThem) {
+  SimDeviceProcess child;
+  const std::string path = child.Say("");
+  TestPort port(path);
+  ASSERT_TRUE(port.is_open());
+  // Hundreds of megabytes and ten minutes of silence: each answered at once
+  // (Say gives up after 5 s), and the commands after them too.
+  EXPECT_EQ(child.Say("garbage 200000000"), "ok: garbage queued");
+  EXPECT_EQ(child.Say("stall 600000"), "ok: stalled");
+  EXPECT_EQ(child.Say("split 600000"), "ok: the next frame is split");
+  EXPECT_EQ(child.Say("clear"), "ok: faults cleared");
+  ASSERT_TRUE(port.Send({0x3E, 0x56, 0x00, 0x56, 0x00}));
+  // What garbage went out before the clear, then the whole reply.
+  Bytes got = port.Read(1 << 20, 3000);
+  const auto start = std::find(got.begin(), got.end(), 0x3E);
+  ASSERT_NE(start, got.end()) << got.size() << " bytes, no reply among them";
+  ASSERT_EQ(got.end() - start, 23);  // the board information reply
+  EXPECT_EQ(start[1], 0x56);
+  const std::string stats = child.Say("stats");
+  EXPECT_NE(stats.find("replies 1;"), std::string::npos) << stats;
+  const size_t at = stats.find("garbage ");
+  ASSERT_NE(at, std::string::npos) << stats;
+  EXPECT_LT(std::stoull(stats.substr(at + 8)), 200000000ull) << stats;
+  EXPECT_EQ(child.Wait(), 0);
 }
 
 TEST(SimCommandTest, TheBootloaderTakesFaultCommandsToo) {

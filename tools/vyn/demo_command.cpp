@@ -5,6 +5,8 @@
 // live, damages and unplugs the link on purpose, and ends with the link
 // statistics, a firmware update of a simulated processor, and the log's CSV
 // file.
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -13,9 +15,11 @@
 #include <vector>
 
 #include "sim/device_simulator.h"
+#include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/demo_firmware.h"
 #include "tools/vyn/link_session.h"
+#include "tools/vyn/output.h"
 #include "vyn/vyn.h"
 
 namespace vyn::tool {
@@ -28,49 +32,85 @@ struct DemoOptions {
   int pause_ms = 150;
 };
 
-void Pause(int ms) { std::this_thread::sleep_for(milliseconds(ms)); }
+// Ctrl-C, SIGTERM, SIGHUP or a closed output end the demo early: from then
+// on pauses and requests return at once, so the steps left run through
+// quickly and everything started is stopped and removed on the way out.
+class Pacer {
+ public:
+  Pacer() { watch_.WatchOutputClosed(STDOUT_FILENO); }
 
-void PrintHeader(const char* title) { std::printf("\n== %s\n", title); }
+  // False once the demo is to stop.
+  bool Pause(int ms) {
+    const auto end = std::chrono::steady_clock::now() + milliseconds(ms);
+    while (!stopped_) {
+      const auto left =
+          std::chrono::duration_cast<milliseconds>(end - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return true;
+      const support::InterruptWatch::Event event = watch_.Wait(static_cast<int>(left.count()));
+      if (event == support::InterruptWatch::Event::kInterrupted ||
+          event == support::InterruptWatch::Event::kOutputClosed) {
+        stopped_ = true;
+      }
+    }
+    return false;
+  }
+  bool stopped() const { return stopped_; }
+  void MarkStopped() { stopped_ = true; }
+  support::InterruptWatch& watch() { return watch_; }
+
+ private:
+  support::InterruptWatch watch_;
+  bool stopped_ = false;
+};
+
+Pacer* pacer = nullptr;  // the running demo's, set by RunDemo
+
+bool Pause(int ms) { return pacer->Pause(ms); }
+
+void PrintHeader(const char* title) { PrintOutput("\n== %s\n", title); }
 
 void PrintLibrary() {
   PrintHeader("Library");
-  std::printf("vyn %s; status names: %s, %s\n", VYN_VERSION,
+  PrintOutput("vyn %s; status names: %s, %s\n", VYN_VERSION,
               GetVYNStatusAsString(VYN_STATUS_SUCCESS).c_str(),
               GetVYNStatusAsString(VYN_STATUS_BUSY).c_str());
-  std::printf("language %d; INI file %s\n", GetVYNLanguage().GetLanguage(),
+  PrintOutput("language %d; INI file %s\n", GetVYNLanguage().GetLanguage(),
               GetVYNIniManager().GetDefaultFilePath().c_str());
   std::string value;
   if (GetVYNIniManager().GetEntry("VYNMemoryDump", "DumpType", &value, "") == VYN_STATUS_SUCCESS) {
-    std::printf("[VYNMemoryDump] DumpType=%s\n", value.c_str());
+    PrintOutput("[VYNMemoryDump] DumpType=%s\n", value.c_str());
   }
   std::string argument;
-  std::printf("command line:");
+  PrintOutput("command line:");
   for (int32_t i = 0; GetVYNCommandLine().GetArgument(i, argument) == VYN_STATUS_SUCCESS; ++i) {
-    std::printf(" [%s]", argument.c_str());
+    PrintOutput(" [%s]", argument.c_str());
   }
-  std::printf("\n");
+  PrintOutput("\n");
 }
 
 void PrintThreads() {
-  std::printf("threads running under the watchdog:");
+  PrintOutput("threads running under the watchdog:");
   for (const std::string& name : GetVYNThreadMonitor().GetRegisteredThreadNames()) {
-    std::printf(" \"%s\"", name.c_str());
+    PrintOutput(" \"%s\"", name.c_str());
   }
-  std::printf("\n");
+  PrintOutput("\n");
 }
 
 // Sends a request and waits until its reply (any received frame) is shown.
 void Request(LinkSession& session, const char* name, const std::vector<std::string>& args,
              int pause_ms) {
+  if (pacer->stopped()) return;
   unsigned char frame[SERIAL_FRAME_BUFFER_SIZE] = {};
   const uint16_t length = BuildRequestFrame(name, args, GetVYNCommandSet(), frame);
   const uint32_t before = session.printer().ReceivedFrames();
   const int32_t status = GetVYNSerialPort().SendCommand(frame, length);
   if (status != VYN_STATUS_SUCCESS) {
-    std::printf("   %s not sent: %s\n", name, GetVYNStatusAsString(status).c_str());
+    PrintOutput("   %s not sent: %s\n", name, GetVYNStatusAsString(status).c_str());
     return;
   }
-  for (int i = 0; i < 200 && session.printer().ReceivedFrames() == before; ++i) Pause(5);
+  for (int i = 0; i < 200 && session.printer().ReceivedFrames() == before; ++i) {
+    if (!Pause(5)) return;
+  }
   Pause(pause_ms);
 }
 
@@ -90,6 +130,9 @@ std::string NewestLogFile() {
 }
 
 int RunDemo(const DemoOptions& options) {
+  // Before any thread starts, so that the signals reach the pacer.
+  Pacer demo_pacer;
+  pacer = &demo_pacer;
   if (options.german) GetVYNLanguage().SetLanguage(0);
   GetVYNMain().SetApplicationInformation("vyn demo", VYN_VERSION);
   PrintLibrary();
@@ -100,8 +143,7 @@ int RunDemo(const DemoOptions& options) {
   view.SetInsertObserver([](const std::string& line) {
     std::string shown = line;
     while (!shown.empty() && (shown.back() == '\n' || shown.back() == '\r')) shown.pop_back();
-    std::printf("   log | %s\n", shown.c_str());
-    std::fflush(stdout);
+    WriteOutputLine("   log | " + shown);
   });
   CVYNSystemLogEx& log = GetVYNSystemLogEx();
   log.SetEnableOutput(true);
@@ -118,10 +160,10 @@ int RunDemo(const DemoOptions& options) {
   device_options.notification_period = milliseconds(700);
   vyn::sim::DeviceSimulator device(device_options);
   if (!device.Start()) {
-    std::printf("the simulated device could not start\n");
+    PrintOutput("the simulated device could not start\n");
     return 1;
   }
-  std::printf("device on %s (%s)\n", device.port_path().c_str(), device.terminal_path().c_str());
+  PrintOutput("device on %s (%s)\n", device.port_path().c_str(), device.terminal_path().c_str());
 
   {
     PrintHeader("Traffic (TX: written by the library, RX: received and checked)");
@@ -139,22 +181,22 @@ int RunDemo(const DemoOptions& options) {
     Request(session, "GetECPUPWMCalibration", {}, pause);
     Request(session, "GetECPUEncoderCalibration", {}, pause);
 
-    std::printf("-- the motor processor speaks the '>' framing\n");
+    PrintOutput("-- the motor processor speaks the '>' framing\n");
     GetVYNSerialPort().SetProtocol(PROTOCOL_MCPU);
     Request(session, "BoardInfo", {}, pause);
     Request(session, "MotorsOn", {}, pause);
     Request(session, "ReadParamsExt", {}, pause);
     GetVYNSerialPort().SetProtocol(PROTOCOL_CCPU);
 
-    std::printf("-- a reply with a damaged checksum is dropped and counted (IPCS)\n");
+    PrintOutput("-- a reply with a damaged checksum is dropped and counted (IPCS)\n");
     device.CorruptChecksum(vyn::sim::ChecksumKind::kPayload);
     Request(session, "GetKCPUInfo", {}, pause);
-    std::printf("-- garbage on the line is skipped (ISD)\n");
+    PrintOutput("-- garbage on the line is skipped (ISD)\n");
     device.SendGarbage(40);
     Request(session, "GetProductionInfo", {}, pause);
-    std::printf("   %s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
+    PrintOutput("   %s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
 
-    std::printf("-- the device is unplugged and comes back under the same path\n");
+    PrintOutput("-- the device is unplugged and comes back under the same path\n");
     device.Unplug();
     Pause(300);
     device.Replug();
@@ -162,18 +204,18 @@ int RunDemo(const DemoOptions& options) {
     Request(session, "GetDeviceInfo", {}, pause);
 
     PrintHeader("Link statistics");
-    std::printf("%s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
-    std::printf("frames shown: %u sent, %u received\n", session.printer().SentFrames(),
+    PrintOutput("%s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
+    PrintOutput("frames shown: %u sent, %u received\n", session.printer().SentFrames(),
                 session.printer().ReceivedFrames());
   }
   const auto counters = device.counters();
-  std::printf("the device saw %llu requests and sent %llu replies and %llu notifications\n",
+  PrintOutput("the device saw %llu requests and sent %llu replies and %llu notifications\n",
               static_cast<unsigned long long>(counters.requests),
               static_cast<unsigned long long>(counters.replies),
               static_cast<unsigned long long>(counters.notifications));
   device.Stop();
 
-  RunFirmwareDemo();
+  if (!pacer->stopped() && RunFirmwareDemo(pacer->watch())) pacer->MarkStopped();
 
   GetVYNThreadMonitor().Terminate();
   PrintThreads();  // the log's output thread is the last one left
@@ -181,14 +223,18 @@ int RunDemo(const DemoOptions& options) {
   int64_t s[10] = {};
   log.GetLogStatistics(&s[0], &s[1], &s[2], &s[3], &s[4], &s[5], &s[6], &s[7], &s[8], &s[9]);
   PrintHeader("System log");
-  std::printf(
+  PrintOutput(
       "%lld entries: %lld information, %lld command, %lld warning, %lld error, %lld debug\n",
       static_cast<long long>(s[0]), static_cast<long long>(s[7]), static_cast<long long>(s[8]),
       static_cast<long long>(s[6]), static_cast<long long>(s[5]), static_cast<long long>(s[9]));
   const std::string file = NewestLogFile();
   if (!file.empty()) {
-    std::printf("CSV file: %s\n",
+    PrintOutput("CSV file: %s\n",
                 std::filesystem::absolute(file).lexically_normal().string().c_str());
+  }
+  if (pacer->stopped()) {
+    std::fprintf(stderr, "vyn demo: stopped early\n");
+    return 1;
   }
   return 0;
 }

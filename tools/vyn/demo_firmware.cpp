@@ -1,6 +1,7 @@
 #include "tools/vyn/demo_firmware.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -11,6 +12,7 @@
 #include "sim/boot_loader_simulator.h"
 #include "support/file_system.h"
 #include "tools/vyn/flash_progress.h"
+#include "tools/vyn/output.h"
 #include "vyn/vyn.h"
 
 namespace vyn::tool {
@@ -20,12 +22,13 @@ constexpr uint32_t kImageSize = 16 * 1024;  // about two seconds at 115,200 baud
 
 }  // namespace
 
-void RunFirmwareDemo() {
-  std::printf("\n== Firmware update (a simulated STM32 bootloader at 115,200 baud)\n");
+bool RunFirmwareDemo(support::InterruptWatch& interrupts) {
+  bool interrupted = false;
+  PrintOutput("\n== Firmware update (a simulated STM32 bootloader at 115,200 baud)\n");
   const std::string directory = support::CreateUniqueDirectory("/tmp/vyn-demo-");
   if (directory.empty()) {
-    std::printf("no directory for the image\n");
-    return;
+    PrintOutput("no directory for the image\n");
+    return false;
   }
   const std::string image_path = directory + "/image.bin";
   const std::string file_path = directory + "/firmware.vfw";
@@ -41,7 +44,7 @@ void RunFirmwareDemo() {
   std::copy(version, version + sizeof version, header.abApplicationData);
   CVYNFileHeader& files = GetVYNFileHeader();
   const int32_t packed = files.CreateNewFile(image_path, file_path, &header);
-  std::printf("firmware file: %s, %u bytes, CRC 0x%08X: %s\n",
+  PrintOutput("firmware file: %s, %u bytes, CRC 0x%08X: %s\n",
               files.GetFileTypeAsString(header.dwFileType).c_str(), header.dwDataLength,
               header.dwCRC, GetVYNStatusAsString(packed).c_str());
 
@@ -49,15 +52,31 @@ void RunFirmwareDemo() {
   options.baud_rate = 115200;
   sim::BootLoaderSimulator chip(options);
   if (packed == VYN_STATUS_SUCCESS && chip.Start()) {
-    std::printf("bootloader on %s\n", chip.port_path().c_str());
-    std::fflush(stdout);
+    PrintOutput("bootloader on %s\n", chip.port_path().c_str());
     FlashConsole console(false, header.dwDataLength);
     CVYNMessageQueue& library_queue = GetVYNMessageQueue();
     library_queue.Initialize(false);
     auto* receiver = new ProgressReceiver(&console);  // owned by the library's queue
     receiver->Initialize(true);
     library_queue.Register(receiver);
-    const int32_t status = GetVYNSTM32BootLoader().TransmitFirmware(chip.port_path(), file_path);
+    std::atomic<int32_t> status{VYN_STATUS_UNSPECIFIC_ERROR};
+    std::atomic<bool> done{false};
+    std::thread transmission([&] {
+      status = GetVYNSTM32BootLoader().TransmitFirmware(chip.port_path(), file_path);
+      done = true;
+      interrupts.Wake();
+    });
+    while (!done) {
+      const support::InterruptWatch::Event event = interrupts.Wait();
+      if (event == support::InterruptWatch::Event::kInterrupted ||
+          event == support::InterruptWatch::Event::kOutputClosed) {
+        interrupted = true;
+        GetVYNSTM32BootLoader().CancelTransmission();
+        break;
+      }
+    }
+    // Not under any lock; the transmission ends soon after a cancel.
+    transmission.join();
     for (int i = 0; i < 100 && receiver->GetMessagesCount() > 0; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
@@ -65,16 +84,17 @@ void RunFirmwareDemo() {
     library_queue.Terminate();
     const std::vector<uint8_t> flash = chip.FlashContents();
     const bool arrived = std::equal(image.begin(), image.end(), flash.begin());
-    std::printf("TransmitFirmware: %s; the chip holds the image: %s; started: %s\n",
-                GetVYNStatusAsString(status).c_str(), arrived ? "yes" : "no",
+    PrintOutput("TransmitFirmware: %s; the chip holds the image: %s; started: %s\n",
+                GetVYNStatusAsString(status.load()).c_str(), arrived ? "yes" : "no",
                 chip.counters().go_commands > 0 ? "yes" : "no");
     chip.Stop();
   } else {
-    std::printf("the simulated bootloader could not start\n");
+    PrintOutput("the simulated bootloader could not start\n");
   }
   support::RemoveFile(image_path);
   support::RemoveFile(file_path);
   support::RemoveEmptyDirectory(directory);
+  return interrupted;
 }
 
 }  // namespace vyn::tool

@@ -27,16 +27,33 @@ struct Request {
   Builder build;
 };
 
-// A number in decimal or (with 0x) hexadecimal that fits `max`.
+// A number in decimal, or hexadecimal when written with 0x, that fits
+// `max`. A leading zero means nothing: "010" is ten.
 unsigned long ParseNumber(const std::string& text, unsigned long max, const char* what) {
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  const std::string digits = hex ? text.substr(2) : text;
   errno = 0;
   char* end = nullptr;
-  const unsigned long value = std::strtoul(text.c_str(), &end, 0);
-  if (text.empty() || text[0] == '-' || *end != '\0' || errno != 0 || value > max) {
-    throw CLI::ValidationError(what,
-                               "'" + text + "' is not a number from 0 to " + std::to_string(max));
+  const unsigned long value = std::strtoul(digits.c_str(), &end, hex ? 16 : 10);
+  // strtoul would also take blanks and a sign in front.
+  if (digits.empty() || !std::isxdigit(static_cast<unsigned char>(digits[0])) || *end != '\0' ||
+      errno != 0 || value > max) {
+    throw CLI::ValidationError(what, "'" + text + "' is not a number from 0 to " +
+                                         std::to_string(max) + " (decimal, or hex with 0x)");
   }
   return value;
+}
+
+// The device stores texts of at most this many characters; longer ones are
+// refused here rather than cut short unseen.
+constexpr size_t kMaxText = 254;
+
+const std::string& CheckedText(const std::string& text, const char* what) {
+  if (text.size() > kMaxText) {
+    throw CLI::ValidationError(what, std::to_string(text.size()) + " characters; at most " +
+                                         std::to_string(kMaxText) + " fit");
+  }
+  return text;
 }
 
 // "ID:VALUE" or "ID" into its parts.
@@ -123,25 +140,29 @@ const std::vector<Request>& Requests() {
       {"Control", "[ID[:VALUE] ...]", 0, 255, BuildControl},
       {"SetHardwareInfo", "TYPE VERSION SERIAL", 3, 3,
        [](S& s, unsigned char* f, const Arguments& a) {
-         return s.PrepareReqSetHardwareInfo(f, HardwareType(a), a[1], a[2]);
+         return s.PrepareReqSetHardwareInfo(f, HardwareType(a), CheckedText(a[1], "VERSION"),
+                                            CheckedText(a[2], "SERIAL"));
        }},
       {"GetHardwareInfo", "", 0, 0,
        [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetHardwareInfo(f); }},
       {"SetECPUHardwareInfo", "TYPE VERSION SERIAL", 3, 3,
        [](S& s, unsigned char* f, const Arguments& a) {
-         return s.PrepareReqSetECPUHardwareInfo(f, HardwareType(a), a[1], a[2]);
+         return s.PrepareReqSetECPUHardwareInfo(f, HardwareType(a), CheckedText(a[1], "VERSION"),
+                                                CheckedText(a[2], "SERIAL"));
        }},
       {"GetECPUHardwareInfo", "", 0, 0,
        [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetECPUHardwareInfo(f); }},
       {"SetProductionInfo", "DATE USER", 2, 2,
        [](S& s, unsigned char* f, const Arguments& a) {
-         return s.PrepareReqSetProductionInfo(f, a[0], a[1]);
+         return s.PrepareReqSetProductionInfo(f, CheckedText(a[0], "DATE"),
+                                              CheckedText(a[1], "USER"));
        }},
       {"GetProductionInfo", "", 0, 0,
        [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetProductionInfo(f); }},
       {"SetECPUProductionInfo", "DATE USER", 2, 2,
        [](S& s, unsigned char* f, const Arguments& a) {
-         return s.PrepareReqSetECPUProductionInfo(f, a[0], a[1]);
+         return s.PrepareReqSetECPUProductionInfo(f, CheckedText(a[0], "DATE"),
+                                                  CheckedText(a[1], "USER"));
        }},
       {"GetECPUProductionInfo", "", 0, 0,
        [](S& s, unsigned char* f, const Arguments&) {
@@ -175,7 +196,9 @@ std::string RequestList() {
     text += "\n";
   }
   text +=
-      "Numbers are decimal or 0x hexadecimal. GetStatus takes (property id, update rate) pairs;\n"
+      "Numbers are decimal (a leading 0 changes nothing) or hexadecimal with 0x; texts have\n"
+      "at most 254 characters, GetStatus and Control at most 255 entries. GetStatus takes "
+      "(property id, update rate) pairs;\n"
       "Control takes property ids, with a 16-bit value for 5, 6, 7 and 128.\n"
       "Example: vyn frame build Control 128:0x1234 0";
   return text;
@@ -200,27 +223,69 @@ void RunBuild(const std::string& name, const Arguments& args, unsigned int seque
   PrintHex(frame, length);
 }
 
+// One byte per argument ("42 2 40" or "0x42 0x02 0x40"), or all bytes in
+// one argument as a hex string ("420240", "42 02 40", "42:02:40").
 std::vector<unsigned char> ParseHex(const Arguments& parts) {
-  std::string digits;
-  for (std::string part : parts) {
-    if (part.rfind("0x", 0) == 0 || part.rfind("0X", 0) == 0) part.erase(0, 2);
-    for (char c : part) {
-      if (std::isspace(static_cast<unsigned char>(c)) || c == ',' || c == ':') continue;
-      if (!std::isxdigit(static_cast<unsigned char>(c))) {
-        throw CLI::ValidationError("HEX", std::string("'") + c + "' is not a hexadecimal digit");
+  std::vector<unsigned char> bytes;
+  auto digit = [](char c) {
+    if (!std::isxdigit(static_cast<unsigned char>(c))) {
+      throw CLI::ValidationError("HEX", std::string("'") + c + "' is not a hexadecimal digit");
+    }
+    return static_cast<unsigned char>(std::stoul(std::string(1, c), nullptr, 16));
+  };
+  if (parts.size() == 1) {
+    std::string digits;
+    for (char c : parts[0]) {
+      if (!std::isspace(static_cast<unsigned char>(c)) && c != ',' && c != ':') digits += c;
+    }
+    if (digits.size() % 2 != 0) {
+      throw CLI::ValidationError("HEX", "odd number of hex digits in '" + parts[0] + "'");
+    }
+    for (size_t i = 0; i < digits.size(); i += 2) {
+      bytes.push_back(static_cast<unsigned char>(digit(digits[i]) << 4 | digit(digits[i + 1])));
+    }
+  } else {
+    for (std::string part : parts) {
+      if (part.rfind("0x", 0) == 0 || part.rfind("0X", 0) == 0) part.erase(0, 2);
+      if (part.empty() || part.size() > 2) {
+        throw CLI::ValidationError(
+            "HEX", "'" + part + "' is not one byte; give one byte per argument or one hex string");
       }
-      digits += c;
+      unsigned char value = 0;
+      for (char c : part) value = static_cast<unsigned char>(value << 4 | digit(c));
+      bytes.push_back(value);
     }
   }
-  if (digits.size() % 2 != 0) throw CLI::ValidationError("HEX", "odd number of hex digits");
-  if (digits.empty() || digits.size() / 2 > SERIAL_FRAME_BUFFER_SIZE) {
-    throw CLI::ValidationError("HEX", "a frame has 1 to 1024 bytes");
-  }
-  std::vector<unsigned char> bytes;
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  if (bytes.empty() || bytes.size() > SERIAL_FRAME_MAX_LENGTH) {
+    throw CLI::ValidationError(
+        "HEX", "a frame has 1 to " + std::to_string(SERIAL_FRAME_MAX_LENGTH) + " bytes");
   }
   return bytes;
+}
+
+// Checks the checksums the frame's header places; a message for each wrong one.
+bool ChecksumsRight(const unsigned char* record, size_t declared) {
+  bool right = true;
+  auto check = [&right](const char* which, unsigned found, unsigned expected) {
+    if (found == expected) return;
+    std::fprintf(stderr, "bad %s checksum: 0x%02X, expected 0x%02X\n", which, found, expected);
+    right = false;
+  };
+  auto sum = [record](size_t from, size_t to) {
+    unsigned total = 0;
+    for (size_t i = from; i < to; ++i) total += record[i];
+    return total & 0xFFu;
+  };
+  if (record[0] == CCPU_START_DELIMITER) {
+    check("header", record[6], sum(1, 6));
+    if (declared > CCPU_HEADER_LENGTH) {
+      check("payload", record[declared - 1], sum(CCPU_HEADER_LENGTH, declared - 1));
+    }
+  } else {
+    check("header", record[3], sum(1, 3));
+    check("payload", record[declared - 1], sum(MCPU_HEADER_LENGTH, declared - 1));
+  }
+  return right;
 }
 
 void RunDump(const Arguments& hex) {
@@ -235,9 +300,19 @@ void RunDump(const Arguments& hex) {
   } else if (record[0] == MCPU_START_DELIMITER) {
     declared = record[2] + MCPU_HEADER_LENGTH + 1u;
   }
+  // A frame that is cut short or damaged is still shown, but flagged and
+  // failed, as the receiver would not have taken it.
+  bool sound = true;
   if (bytes.size() < declared) {
-    std::fprintf(stderr, "note: the header declares %zu bytes, %zu given; the rest reads as 0\n",
+    std::fprintf(stderr, "the header declares %zu bytes, %zu given; the rest reads as 0\n",
                  declared, bytes.size());
+    sound = false;
+  } else if (bytes.size() > declared && declared > 0) {
+    std::fprintf(stderr, "note: the header declares %zu bytes; the %zu after them are ignored\n",
+                 declared, bytes.size() - declared);
+  }
+  if (declared > 0 && declared <= SERIAL_FRAME_MAX_LENGTH && !ChecksumsRight(record, declared)) {
+    sound = false;
   }
   CVYNCommandDump& dump = GetVYNCommandDump();
   dump.ClearCommandDump();
@@ -252,6 +327,7 @@ void RunDump(const Arguments& hex) {
     throw CLI::RuntimeError(1);
   }
   std::printf("%s\n", line);
+  if (!sound) throw CLI::RuntimeError(1);
 }
 
 }  // namespace
@@ -266,7 +342,11 @@ uint16_t BuildRequestFrame(const std::string& name, const std::vector<std::strin
     throw CLI::ValidationError("REQUEST", "unknown request '" + name + "'\n" + RequestList());
   }
   if (args.size() < request->min_arguments || args.size() > request->max_arguments) {
-    throw CLI::ValidationError(name, std::string("expects: ") + name + " " + request->arguments);
+    std::string limit;
+    if (request->max_arguments > 3)
+      limit = " (at most " + std::to_string(request->max_arguments) + ")";
+    throw CLI::ValidationError(name, std::string("expects: ") + name + " " + request->arguments +
+                                         limit + ", got " + std::to_string(args.size()));
   }
   return request->build(command_set, frame, args);
 }
@@ -300,8 +380,14 @@ void AddFrameCommand(CLI::App& app) {
   CLI::App* dump = frame->add_subcommand(
       "dump", "Print the traffic-monitor line of a received frame given in hex");
   static Arguments hex;
-  dump->add_option("HEX", hex, "Frame bytes, e.g. \"42 02 40 02 00 01 45 00 04 04\"")->required();
-  dump->footer("Example: vyn frame dump 42 02 40 02 00 01 45 00 04 04");
+  dump->add_option("HEX", hex,
+                   "Frame bytes: one byte per argument, or one hex string such as "
+                   "\"42 02 40 02 00 01 45 00 04 04\"")
+      ->required();
+  dump->footer(
+      "Example: vyn frame dump 42 02 40 02 00 01 45 00 04 04\n"
+      "A frame cut short or with a wrong checksum is shown, flagged on standard error and\n"
+      "ends with exit code 1.");
   dump->callback([] { RunDump(hex); });
 }
 

@@ -1,16 +1,21 @@
 // vyn monitor PORT: the device's traffic as live traffic-monitor lines.
+#include <unistd.h>
+
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <string>
-#include <thread>
 
-#include "support/console_input.h"
+#include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/link_session.h"
+#include "tools/vyn/output.h"
 #include "vyn/serial/serial_port.h"
 
 namespace vyn::tool {
 namespace {
+
+using Event = vyn::support::InterruptWatch::Event;
 
 struct MonitorOptions {
   std::string port;
@@ -20,18 +25,32 @@ struct MonitorOptions {
 };
 
 void RunMonitor(const MonitorOptions& options) {
-  // Before any thread starts, so that Ctrl-C reaches us as input.
-  vyn::support::ConsoleInput console;
+  // Before any thread starts, so that Ctrl-C, SIGTERM and SIGHUP reach us
+  // as events and the port and terminal are put back in order.
+  vyn::support::InterruptWatch watch;
+  watch.WatchOutputClosed(STDOUT_FILENO);
+  if (options.seconds <= 0) watch.WatchInputEnd(STDIN_FILENO);
   LinkSession session(options.port, options.baud_id, options.mcpu, false);
-  std::fprintf(stderr, "monitoring %s; end with Ctrl-C or end of input\n", options.port.c_str());
-  if (options.seconds > 0) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(options.seconds));
-  } else {
-    std::string line;
-    while (console.ReadLine(&line) == vyn::support::ConsoleInput::Result::kLine) {
+  WriteErrorLine("monitoring " + options.port + "; end with Ctrl-C" +
+                 (options.seconds > 0 ? " or when the time is up" : " or end of input"));
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                         std::chrono::duration<double>(options.seconds > 0 ? options.seconds : 0));
+  Event event = Event::kWoken;
+  for (;;) {
+    int timeout_ms = -1;
+    if (options.seconds > 0) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+      if (left.count() <= 0) break;
+      timeout_ms = static_cast<int>(std::min<long long>(left.count() + 1, 1 << 30));
     }
+    event = watch.Wait(timeout_ms);
+    if (event != Event::kWoken && event != Event::kTimedOut) break;
   }
-  std::fprintf(stderr, "%s\n", GetVYNSerialPort().GetSerialPortStatus().c_str());
+  WriteErrorLine(GetVYNSerialPort().GetSerialPortStatus());
+  // Nobody reads what would follow; the exit code says the run was cut short.
+  if (event == Event::kOutputClosed) throw CLI::RuntimeError(1);
 }
 
 }  // namespace
@@ -45,7 +64,8 @@ void AddMonitorCommand(CLI::App& app) {
       ->check(CLI::Range(0, 10))
       ->capture_default_str();
   monitor->add_flag("--mcpu", options.mcpu, "Expect motor-processor frames ('>') instead of 'B'");
-  monitor->add_option("-t,--seconds", options.seconds, "Stop after this many seconds");
+  monitor->add_option("-t,--seconds", options.seconds,
+                      "Stop after this many seconds (default: at the end of standard input)");
   monitor->callback([] { RunMonitor(options); });
 }
 

@@ -1,11 +1,14 @@
 // vyn send PORT REQUEST [ARGS]: sends one request and shows the traffic
 // until the reply has come or the wait is over.
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/link_session.h"
 #include "vyn/core/status.h"
@@ -29,7 +32,13 @@ void RunSend(const SendOptions& options) {
   const uint16_t length =
       BuildRequestFrame(options.request, options.args, GetVYNCommandSet(), frame);
   const bool mcpu = frame[0] == MCPU_START_DELIMITER;
+  // Before any thread starts, so that Ctrl-C ends the wait.
+  vyn::support::InterruptWatch watch;
+  watch.WatchOutputClosed(STDOUT_FILENO);
   LinkSession session(options.port, options.baud_id, mcpu, true);
+  // Notifications and stray frames are shown as they pass; only the reply
+  // to this request ends the wait.
+  session.printer().ExpectReply(frame, [&watch] { watch.Wake(); });
   const int32_t status = GetVYNSerialPort().SendCommand(frame, length);
   if (status != VYN_STATUS_SUCCESS) {
     std::fprintf(stderr, "not sent: %s\n", GetVYNStatusAsString(status).c_str());
@@ -37,13 +46,21 @@ void RunSend(const SendOptions& options) {
   }
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(options.wait_ms);
-  while (session.printer().ReceivedFrames() == 0 && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  while (!session.printer().ReplyReceived()) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) break;
+    const vyn::support::InterruptWatch::Event event = watch.Wait(static_cast<int>(left.count()));
+    if (event == vyn::support::InterruptWatch::Event::kInterrupted) {
+      std::fprintf(stderr, "interrupted before the reply came\n");
+      throw CLI::RuntimeError(130);
+    }
+    if (event == vyn::support::InterruptWatch::Event::kOutputClosed) {
+      throw CLI::RuntimeError(1);  // nobody would see the reply
+    }
   }
-  // Give notifications or a late second frame a moment to be printed too.
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  if (session.printer().ReceivedFrames() == 0) {
-    std::fprintf(stderr, "no reply within %d ms\n", options.wait_ms);
+  if (!session.printer().ReplyReceived()) {
+    std::fprintf(stderr, "no reply within %d ms (a damaged reply is not shown)\n", options.wait_ms);
     throw CLI::RuntimeError(1);
   }
 }

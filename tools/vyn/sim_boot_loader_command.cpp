@@ -1,6 +1,8 @@
 // vyn sim bootloader: a simulated STM32 system bootloader on a
 // pseudo-terminal, steered from standard input so that a person or a script
 // can inject faults while a firmware update runs against it.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -251,6 +253,16 @@ int RunSimBootLoader(BootSimOptions options) {
   options.settings.page_erase_time = std::chrono::milliseconds(options.erase_ms);
   sim::BootLoaderSimulator chip(options.settings);
   if (!chip.Start()) {
+    // A failed start leaves nothing behind, so whatever is at the link's
+    // path is someone else's.
+    struct stat existing {};
+    if (!chip.port_path().empty() && lstat(chip.port_path().c_str(), &existing) == 0) {
+      std::fprintf(stderr,
+                   "vyn sim bootloader: %s exists already (another simulator, or a file that is "
+                   "not ours); choose another --name or --dir\n",
+                   chip.port_path().c_str());
+      return 1;
+    }
     std::fprintf(stderr, "vyn sim bootloader: the simulated chip could not be started\n");
     return 1;
   }

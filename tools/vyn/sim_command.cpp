@@ -21,8 +21,11 @@ constexpr const char* kCommandHelp =
     "Commands on standard input, one per line; each answers with one line, help with this list:\n"
     "  drop                     the next frame loses the byte in its middle\n"
     "  badsum [header|payload]  the next frame has a wrong checksum (default: payload)\n"
-    "  garbage N                send N bytes of garbage now (never a start byte)\n"
+    "  garbage N                send N bytes of garbage now (never a start byte), in the\n"
+    "                           background; at most 4294967295\n"
     "  stall MS                 send nothing for MS milliseconds\n"
+    "  clear                    undo the faults not yet spent: end a stall, forget garbage\n"
+    "                           not yet sent, disarm drop, badsum and split\n"
     "  split [MS]               send the next frame in two halves, MS apart (default 2500)\n"
     "  unplug                   close the terminal: the port hangs up, the path goes away\n"
     "  replug                   a new terminal under the same path\n"
@@ -96,13 +99,16 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
     answer = "ok: the next frame has a wrong header checksum";
   } else if (command == "garbage" && has_number) {
     device.SendGarbage(number);
-    answer = "ok: garbage sent";
+    answer = "ok: garbage queued";
   } else if (command == "stall" && has_number) {
     device.Stall(milliseconds(number));
     answer = "ok: stalled";
   } else if (command == "split" && (argument.empty() || has_number)) {
     device.SplitNextFrame(milliseconds(argument.empty() ? 2500 : number));
     answer = "ok: the next frame is split";
+  } else if (command == "clear") {
+    device.ClearFaults();
+    answer = "ok: faults cleared";
   } else if (command == "unplug") {
     answer = device.Unplug() ? "ok: unplugged" : "error: unplug failed";
   } else if (command == "replug") {
@@ -123,7 +129,9 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
   } else if (command == "quit" || command == "exit") {
     return false;
   } else {
-    answer = "error: unknown command or argument (try help)";
+    answer =
+        "error: unknown command or argument; numbers are decimal, 0 to 4294967295 "
+        "(try help)";
   }
   if (answer != nullptr) std::printf("%s\n", answer);
   return true;
@@ -140,6 +148,13 @@ int RunSimDevice(const SimOptions& options) {
   settings.notification_period = std::chrono::milliseconds(options.period_ms);
   sim::DeviceSimulator device(settings);
   if (!device.Start()) {
+    if (device.LinkTaken()) {
+      std::fprintf(stderr,
+                   "vyn sim device: %s exists already (another simulator, or a file that is not "
+                   "ours); choose another --name or --dir\n",
+                   device.port_path().c_str());
+      return 1;
+    }
     std::fprintf(stderr, "vyn sim device: the simulated device could not be started\n");
     return 1;
   }

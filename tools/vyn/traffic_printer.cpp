@@ -1,13 +1,41 @@
 #include "tools/vyn/traffic_printer.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
+#include "tools/vyn/output.h"
 #include "vyn/core/message_types.h"
 #include "vyn/device/command_dump.h"
 #include "vyn/device/frame_format.h"
 
 namespace vyn::tool {
+namespace {
+
+constexpr unsigned kCcpuReplyOffset = 0x4000;
+constexpr unsigned char kMcpuConfirmation = 0x43;
+
+}  // namespace
+
+bool IsReplyTo(const unsigned char* request, const unsigned char* frame) {
+  if (frame[0] != request[0]) return false;
+  if (request[0] == CCPU_START_DELIMITER) {
+    const unsigned request_id = request[1] | (request[2] << 8);
+    const unsigned id = frame[1] | (frame[2] << 8);
+    return id == request_id + kCcpuReplyOffset;
+  }
+  if (request[0] != MCPU_START_DELIMITER) return false;
+  if (frame[1] == request[1]) return true;
+  return frame[1] == kMcpuConfirmation && frame[2] >= 1 && frame[4] == request[1];
+}
+
+void TrafficPrinter::ExpectReply(const unsigned char* request, std::function<void()> on_reply) {
+  std::lock_guard lock(expectation_mutex_);
+  expecting_ = true;
+  std::copy(request, request + sizeof expected_request_, expected_request_);
+  on_reply_ = std::move(on_reply);
+  reply_received_ = false;
+}
 
 size_t FrameLength(const unsigned char* frame) {
   if (frame[0] == CCPU_START_DELIMITER) {
@@ -42,10 +70,28 @@ int32_t TrafficPrinter::ProcessMessage(CVYNMessage& message) {
     }
     if (length > 64) text += " ...";
   }
-  std::printf("%s %02u:%02u:%02u.%03u  %s\n", received ? "RX" : "TX", record->time.wHour,
-              record->time.wMinute, record->time.wSecond, record->time.wMilliseconds, text.c_str());
-  std::fflush(stdout);
+  char stamp[32];
+  std::snprintf(stamp, sizeof stamp, "%s %02u:%02u:%02u.%03u  ", received ? "RX" : "TX",
+                record->time.wHour, record->time.wMinute, record->time.wSecond,
+                record->time.wMilliseconds);
+  WriteOutputLine(stamp + text);
+  // After the line is out, so that a waiter woken by the reply finds it printed.
+  if (received) NoteReply(record->frame);
   return 0;
+}
+
+void TrafficPrinter::NoteReply(const unsigned char* frame) {
+  std::function<void()> notify;
+  {
+    std::lock_guard lock(expectation_mutex_);
+    if (!expecting_) return;
+    if (!IsReplyTo(expected_request_, frame)) return;
+    expecting_ = false;
+    reply_received_ = true;
+    notify = on_reply_;
+  }
+  // Called outside the lock, as the header promises nothing else.
+  if (notify) notify();
 }
 
 }  // namespace vyn::tool

@@ -1,0 +1,136 @@
+// `vyn monitor` and `vyn demo` as a user or a pipeline ends them: each of
+// SIGINT, SIGTERM and SIGHUP, and a reader of the output that goes away,
+// ends the program soon, and the simulator folder it made is gone then.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "sim/device_simulator.h"
+#include "tests/support/temp_dir.h"
+#include "tests/tools/tool_process.h"
+
+namespace {
+
+using vyn::test::ToolProcess;
+
+// Generous for a loaded machine; the program itself needs well under 100 ms.
+constexpr int kEndLimitMs = 5000;
+constexpr int kStartLimitMs = 30000;
+
+bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+// The folder of the simulated device the demo names in "device on DIR/device".
+std::string DemoSimulatorFolder(const std::string& output) {
+  const size_t at = output.find("device on /tmp/vyn-sim-");
+  if (at == std::string::npos) return "";
+  const size_t start = at + std::string("device on ").size();
+  const size_t end = output.find("/device", start);
+  return end == std::string::npos ? "" : output.substr(start, end - start);
+}
+
+class MonitorEnd : public testing::Test {
+ protected:
+  void SetUp() override {
+    vyn::sim::DeviceSimulatorOptions options;
+    options.notifications = true;
+    options.notification_period = std::chrono::milliseconds(20);
+    device_ = std::make_unique<vyn::sim::DeviceSimulator>(options);
+    ASSERT_TRUE(device_->Start());
+  }
+  std::unique_ptr<vyn::sim::DeviceSimulator> device_;
+};
+
+TEST_F(MonitorEnd, EachStopSignalEndsAMonitorThatRunsForMinutes) {
+  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
+    SCOPED_TRACE(strsignal(signal_number));
+    ToolProcess monitor({"monitor", device_->port_path(), "-t", "600"});
+    ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
+    monitor.Signal(signal_number);
+    ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs)) << monitor.output();
+    EXPECT_EQ(monitor.end_signal(), 0);
+    EXPECT_EQ(monitor.exit_code(), 0) << monitor.output();
+  }
+}
+
+TEST_F(MonitorEnd, AClosedOutputPipeEndsTheMonitorWithAFailure) {
+  ToolProcess monitor({"monitor", device_->port_path(), "-t", "600"});
+  ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
+  monitor.CloseOutput();
+  ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
+  EXPECT_EQ(monitor.end_signal(), 0);
+  EXPECT_NE(monitor.exit_code(), 0);
+}
+
+// Resident memory of a process in KiB, from /proc; 0 when unknown.
+long ResidentKiB(pid_t pid) {
+  const std::string status = vyn::test::ReadFile("/proc/" + std::to_string(pid) + "/status");
+  const size_t at = status.find("VmRSS:");
+  return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
+}
+
+TEST(MonitorStall, AnOutputNobodyReadsNeitherGrowsMemoryNorBlocksTheEnd) {
+  vyn::sim::DeviceSimulatorOptions options;
+  options.notifications = true;
+  options.notification_period = std::chrono::milliseconds(1);
+  vyn::sim::DeviceSimulator device(options);
+  ASSERT_TRUE(device.Start());
+  ToolProcess monitor({"monitor", device.port_path(), "-t", "600"});
+  ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
+  // From here on the test reads nothing: the pipe fills within moments.
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  const long before = ResidentKiB(monitor.pid());
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  const long after = ResidentKiB(monitor.pid());
+  ASSERT_GT(before, 0);
+  // Thousands of frames a second arrive meanwhile; kept, they would take
+  // megabytes.
+  EXPECT_LT(after - before, 2048) << before << " KiB, then " << after << " KiB";
+  EXPECT_GT(device.counters().notifications, 3000u);
+  monitor.Signal(SIGTERM);
+  ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
+  EXPECT_EQ(monitor.exit_code(), 0) << monitor.output();
+}
+
+TEST(SimDeviceEnd, AClosedOutputPipeEndsTheSimulatorAndRemovesItsLink) {
+  vyn::test::TempDir dir;
+  const std::string link = dir.File("port");
+  ToolProcess sim({"sim", "device", "--dir", dir.path(), "--name", "port"});
+  ASSERT_TRUE(sim.WaitForOutput(link, kStartLimitMs)) << sim.output();
+  ASSERT_TRUE(Exists(link));
+  sim.CloseOutput();
+  ASSERT_TRUE(sim.WaitForExit(kEndLimitMs));
+  EXPECT_EQ(sim.end_signal(), 0);
+  EXPECT_FALSE(Exists(link));
+}
+
+TEST(DemoEnd, SignalsAndAClosedPipeEndTheDemoAndRemoveItsSimulator) {
+  struct Case {
+    int signal_number;  // 0: the output pipe is closed instead
+  };
+  for (const Case c : {Case{SIGINT}, Case{SIGTERM}, Case{SIGHUP}, Case{0}}) {
+    SCOPED_TRACE(c.signal_number == 0 ? "closed pipe" : strsignal(c.signal_number));
+    // Long pauses keep the demo inside its session when the signal comes.
+    ToolProcess demo({"demo", "--pause", "5000"});
+    ASSERT_TRUE(demo.WaitForOutput("TX ", kStartLimitMs)) << demo.output();
+    const std::string folder = DemoSimulatorFolder(demo.output());
+    ASSERT_FALSE(folder.empty()) << demo.output();
+    ASSERT_TRUE(Exists(folder));
+    if (c.signal_number == 0) {
+      demo.CloseOutput();
+    } else {
+      demo.Signal(c.signal_number);
+    }
+    ASSERT_TRUE(demo.WaitForExit(kEndLimitMs)) << demo.output();
+    EXPECT_EQ(demo.end_signal(), 0);
+    EXPECT_NE(demo.exit_code(), 0);
+    EXPECT_FALSE(Exists(folder)) << folder;
+  }
+}
+
+}  // namespace
