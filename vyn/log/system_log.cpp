@@ -227,7 +227,7 @@ int32_t CVYNSystemLogEx::RunOutputThread() {
     return VYN_STATUS_NOT_INITIALIZED;
   }
   output_thread_.SignalStart();
-  ShowReports();  // why Initialize found no file, say
+  ShowReports();  // why Initialize found no file, if it found none
   while (output_thread_.IsRunning()) {
     // Entries waiting: write them and come back at once. The heartbeat
     // follows the writing, so that what woke the thread (a hang report of
