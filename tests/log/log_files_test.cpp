@@ -1,4 +1,4 @@
-// The log's files: naming, rotation, awkward texts and failures.
+// The log's files: naming, rotation and awkward texts.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,9 +7,7 @@
 #include <vector>
 
 #include "tests/log/log_test_support.h"
-#include "vyn/core/memory_controls.h"
 #include "vyn/core/status.h"
-#include "vyn/log/internal/system_log_testing.h"
 
 namespace vyn::test {
 namespace {
@@ -89,57 +87,6 @@ TEST_F(LogTest, StartsANewFileAfter65000Entries) {
   const std::vector<Record> second = ReadEntries(files[1]);
   EXPECT_EQ(CountTexts(second, "VYN System Log V 00.00 (2010-01-01)"), 1);
   EXPECT_EQ(first.size() + second.size(), 2u + 65100u - 13020u);  // + start and title
-}
-
-TEST_F(LogTest, WithoutAFileTheViewStillGetsEverything) {
-  WriteFile("Logs", "a file where the directory should be");
-  CMemoryEdit view;
-  log_.SetEnableOutput(true);
-  const int64_t lost = log_.GetLostEntryCount();
-  ASSERT_EQ(log_.Initialize(&view, "", ""), VYN_STATUS_SUCCESS);
-  log_.AddOutput("to the view", VYN_EVENT_ERROR);
-  log_.Terminate();
-  {
-    // A current directory that is gone: no file either.
-    TempDir doomed;
-    ScopedCurrentDirectory inside(doomed.path());
-    std::filesystem::remove(doomed.path());
-    ASSERT_EQ(log_.Initialize(&view, "", ""), VYN_STATUS_SUCCESS);
-    log_.AddOutput("still shown", VYN_EVENT_ERROR);
-    log_.Terminate();
-  }
-  const std::string shown = view.GetWindowText();
-  EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 4);  // the errors were refused
-  EXPECT_NE(shown.find("> to the view\r\n"), std::string::npos);
-  EXPECT_NE(shown.find("> still shown\r\n"), std::string::npos);
-  EXPECT_EQ(log_.GetLostEntryCount(), lost + 4);
-}
-
-TEST_F(LogTest, AFailingWriteLosesItsLinesAndANewFileFollows) {
-  vyn::testing::SetSystemLogRetryInterval(200);
-  CMemoryEdit view;
-  log_.SetEnableOutput(true);
-  ASSERT_EQ(log_.Initialize(&view, "Full", "V 3"), VYN_STATUS_SUCCESS);
-  log_.AddOutput("kept", VYN_EVENT_ERROR);
-  WaitUntilWritten();
-  const int64_t lost = log_.GetLostEntryCount();
-  vyn::testing::RedirectSystemLogFile("/dev/full");
-  for (int i = 0; i < 5; ++i) log_.AddOutput("lost " + std::to_string(i), VYN_EVENT_ERROR);
-  WaitUntilWritten();
-  EXPECT_EQ(log_.GetLostEntryCount(), lost + 5);
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  log_.AddOutput("after the retry", VYN_EVENT_ERROR);
-  WaitUntilWritten();
-  log_.Terminate();
-  vyn::testing::SetSystemLogRetryInterval(10000);
-
-  const std::vector<std::string> files = LogFiles();
-  ASSERT_EQ(files.size(), 2u);
-  EXPECT_EQ(ReadEntries(files[0]).back()[kText], "kept");
-  const std::vector<Record> second = ReadEntries(files[1]);
-  ASSERT_EQ(second.size(), 2u);
-  EXPECT_EQ(second[0][kText] + ", " + second[1][kText], "after the retry, Full V 3");
-  EXPECT_NE(view.GetWindowText().find("> lost 4\r\n"), std::string::npos);
 }
 
 }  // namespace

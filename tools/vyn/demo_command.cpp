@@ -3,13 +3,12 @@
 // terminal), the watchdog and the message queue, opens the device through the
 // library, runs a scripted session of requests with the traffic dump shown
 // live, damages and unplugs the link on purpose, and ends with the link
-// statistics, a firmware update of a simulated processor, and the log's CSV
-// file.
+// statistics, a firmware update of a simulated processor, and the CSV file
+// its log wrote; it fails when the log could write no file at all.
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -114,21 +113,6 @@ void Request(LinkSession& session, const char* name, const std::vector<std::stri
   Pause(pause_ms);
 }
 
-std::string NewestLogFile() {
-  std::string newest;
-  std::filesystem::file_time_type newest_time;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator("Logs", ignored)) {
-    if (entry.path().extension() != ".csv") continue;
-    const auto time = entry.last_write_time(ignored);
-    if (newest.empty() || time > newest_time) {
-      newest = entry.path().string();
-      newest_time = time;
-    }
-  }
-  return newest;
-}
-
 int RunDemo(const DemoOptions& options) {
   // Before any thread starts, so that the signals reach the pacer.
   Pacer demo_pacer;
@@ -227,11 +211,18 @@ int RunDemo(const DemoOptions& options) {
       "%lld entries: %lld information, %lld command, %lld warning, %lld error, %lld debug\n",
       static_cast<long long>(s[0]), static_cast<long long>(s[7]), static_cast<long long>(s[8]),
       static_cast<long long>(s[6]), static_cast<long long>(s[5]), static_cast<long long>(s[9]));
-  const std::string file = NewestLogFile();
-  if (!file.empty()) {
-    PrintOutput("CSV file: %s\n",
-                std::filesystem::absolute(file).lexically_normal().string().c_str());
+  // The file this run wrote, not whatever else lies in Logs/.
+  const std::string file = log.GetFilePath();
+  const int64_t lost = log.GetLostEntryCount();
+  if (lost > 0) {
+    std::fprintf(stderr, "%lld log entries could not be written (reasons above)\n",
+                 static_cast<long long>(lost));
   }
+  if (file.empty()) {
+    std::fprintf(stderr, "the system log wrote no CSV file (reasons above)\n");
+    return 1;
+  }
+  PrintOutput("CSV file: %s\n", file.c_str());
   if (pacer->stopped()) {
     std::fprintf(stderr, "vyn demo: stopped early\n");
     return 1;

@@ -62,6 +62,8 @@ struct CVYNSystemLogEx::Output {
   vyn::platform::WakeUpEvent wake;
   // Serialises Initialize; a leaf (nothing that waits is called under it).
   vyn::Mutex initialize_lock;
+  // The lost-entry count when this run started (set before the thread).
+  int64_t lost_at_start = 0;
 };
 
 CVYNSystemLogEx::CVYNSystemLogEx() : output_(std::make_unique<Output>()) {}
@@ -158,6 +160,8 @@ int32_t CVYNSystemLogEx::GetLogStatistics(int64_t* number, int64_t* unknown, int
 
 int64_t CVYNSystemLogEx::GetLostEntryCount() { return output_->file.GetLostLineCount(); }
 
+std::string CVYNSystemLogEx::GetFilePath() { return output_->file.GetPath(); }
+
 int32_t CVYNSystemLogEx::IncreasePriorityCounter(_VYNSystemLogExEventType type) {
   counters_[vyn::log::EventTypeCounterIndex(type)].fetch_add(1, std::memory_order_relaxed);
   return VYN_STATUS_SUCCESS;
@@ -181,6 +185,8 @@ int32_t CVYNSystemLogEx::Initialize(CEdit* view, std::string name, std::string v
   name_ = name.empty() ? kDefaultName : std::move(name);
   version_ = version.empty() ? kDefaultVersion : std::move(version);
   ResetPriorityCounter();
+  output_->file.ForgetPath();
+  output_->lost_at_start = output_->file.GetLostLineCount();
   GenerateFileNames();  // without a file the log still feeds the view
   output_thread_.SetThreadName(kThreadName);
   const int32_t status =
@@ -221,6 +227,7 @@ int32_t CVYNSystemLogEx::RunOutputThread() {
     return VYN_STATUS_NOT_INITIALIZED;
   }
   output_thread_.SignalStart();
+  ShowReports();  // why Initialize found no file, if it found none
   while (output_thread_.IsRunning()) {
     // Entries waiting: write them and come back at once. The heartbeat
     // follows the writing, so that what woke the thread (a hang report of
@@ -244,6 +251,13 @@ void CVYNSystemLogEx::WriteUntilEmpty(Batch* batch) {
   while (TakeQueued(batch)) WriteBatch(batch);
   CatchUp();
   output_->file.FlushToDevice();
+  // One total per run: the failures' own reports cover only their writes.
+  const int64_t lost = output_->file.GetLostLineCount() - output_->lost_at_start;
+  if (lost > 0) {
+    output_->file.Report("Entries of this run that are in no logfile: " + std::to_string(lost) +
+                         ".");
+  }
+  ShowReports();
 }
 
 bool CVYNSystemLogEx::TakeQueued(Batch* batch) {
@@ -280,6 +294,7 @@ void CVYNSystemLogEx::CatchUp() {
 
 void CVYNSystemLogEx::HeartBeat() {
   output_->file.Flush();
+  ShowReports();
   output_thread_.UpdateStatus();
 }
 
@@ -298,12 +313,16 @@ void CVYNSystemLogEx::ProcessEntry(_VYN_SYSTEM_LOG_EX_ENTRY* entry) {
     }
   }
 
+  ShowOnView(*entry);
+}
+
+void CVYNSystemLogEx::ShowOnView(const _VYN_SYSTEM_LOG_EX_ENTRY& entry) {
   CEdit* const view = view_;
   if (view == nullptr || !enable_output_ ||
-      (entry->eType & output_filter_.load(std::memory_order_relaxed)) == 0) {
+      (entry.eType & output_filter_.load(std::memory_order_relaxed)) == 0) {
     return;
   }
-  vyn::log::FormatScreenLine(*entry, &line_);
+  vyn::log::FormatScreenLine(entry, &line_);
   const bool auto_scroll = auto_scroll_;
   if (!auto_scroll) view->SetRedraw(false);
   int start = 0;
@@ -315,6 +334,22 @@ void CVYNSystemLogEx::ProcessEntry(_VYN_SYSTEM_LOG_EX_ENTRY* entry) {
     view->SetSel(start, end);
     view->ScrollCaret();
     view->SetRedraw(true);
+  }
+}
+
+void CVYNSystemLogEx::ShowReports() {
+  std::vector<std::string> reports = output_->file.TakeReports();
+  if (reports.empty()) return;
+  _VYN_SYSTEM_LOG_EX_ENTRY notice;
+  notice.stTime = vyn::platform::GetLocalTime();
+  notice.eType = VYN_EVENT_ERROR;
+  for (std::string& text : reports) {
+    notice.strText = std::move(text);
+    try {
+      ShowOnView(notice);
+    } catch (...) {
+      // As for an entry: a view that throws misses this line only.
+    }
   }
 }
 
@@ -341,8 +376,10 @@ int32_t CVYNSystemLogEx::GenerateFileNames() {
   output_->file.Close();
   std::string directory;
   if (!vyn::platform::GetCurrentDirectory(&directory)) {
-    AddOwnOutput(GetVYNLanguage().GetString(VYN_MODULE_SYSTEM_LOG_EX, kTextNoCurrentDirectory),
-                 VYN_EVENT_ERROR);
+    const std::string text =
+        GetVYNLanguage().GetString(VYN_MODULE_SYSTEM_LOG_EX, kTextNoCurrentDirectory);
+    output_->file.Report(text);
+    AddOwnOutput(text.c_str(), VYN_EVENT_ERROR);
     return VYN_STATUS_UNSPECIFIC_ERROR;
   }
   directory += kLogDirectory;
@@ -365,12 +402,16 @@ int32_t CVYNSystemLogEx::GenerateFileNames() {
     if (result == vyn::platform::FileCreateResult::kFailed) break;
   }
   if (!created) {
-    AddOwnOutput(GetVYNLanguage().GetString(VYN_MODULE_SYSTEM_LOG_EX, kTextFileNotCreated),
-                 VYN_EVENT_ERROR);
+    const std::string text =
+        GetVYNLanguage().GetString(VYN_MODULE_SYSTEM_LOG_EX, kTextFileNotCreated);
+    output_->file.Report(text + " " + path_ + ": " + output_->file.GetLastErrorText());
+    AddOwnOutput(text.c_str(), VYN_EVENT_ERROR);
     return VYN_STATUS_UNSPECIFIC_ERROR;
   }
   file_entry_count_ = 0;
   WriteCSVHeader();
+  // Not even the header fits (a full disk): the file is gone again.
+  if (!output_->file.IsOpen()) return VYN_STATUS_UNSPECIFIC_ERROR;
   std::vector<char> title(name_.size() + version_.size() + 2);
   std::snprintf(title.data(), title.size(), kTitleFormat, name_.c_str(), version_.c_str());
   AddOutput(title.data(), VYN_EVENT_INFORMATION, "", "", "");
@@ -378,7 +419,7 @@ int32_t CVYNSystemLogEx::GenerateFileNames() {
 }
 
 int32_t CVYNSystemLogEx::WriteCSVHeader() {
-  output_->file.AppendLine(vyn::log::kCsvHeader);
+  output_->file.AppendLine(vyn::log::kCsvHeader, false);
   output_->file.Flush();  // the header is in the file as soon as the file exists
   return VYN_STATUS_SUCCESS;
 }

@@ -25,12 +25,16 @@
 //
 // Failures: when the file cannot be created (at Initialize or at a change of
 // file), entries go to the view only until the next Initialize. When a write
-// fails (full disk, failing device), the file is closed, the lines of that
-// write are lost, and one line goes to standard error; the view is fed as
-// before. The first entry for the file that comes 10 s or more after the
-// failure starts a new file; should that fail too, the next try is another
-// 10 s later. Every entry that passes the file filter but reaches no file is
-// counted (GetLostEntryCount).
+// fails (full disk, failing device), the file is closed; it keeps only whole
+// lines (a line cut short is cut off again), and a file that kept no entry
+// line is removed. The first entry for the file that comes 10 s or more
+// after the failure starts a new file; should that fail too, the next try
+// is another 10 s later. Every entry that passes the file filter but is not
+// whole in a file is counted (GetLostEntryCount). Each failure, with the
+// file's path and the system's reason, goes to standard error at once (also
+// from Initialize, under its lock) and to the view as soon as the output
+// thread runs (a line without a number, not counted as an entry); the view
+// is fed as before. GetFilePath tells which file a run writes to.
 //
 // Ownership: the log owns its queue and entries, its file and its thread.
 // The view belongs to the application and must stay valid until Terminate.
@@ -126,6 +130,11 @@ class VYN_EXPORT CVYNSystemLogEx {
                            int64_t* information, int64_t* command, int64_t* debug);
   // Entries that passed the file filter but are in no file (see above).
   int64_t GetLostEntryCount();
+  // Full path of the CSV file this run of the log writes to: the current
+  // file, or after a failed write the last file that kept entries. Empty
+  // when no file holding an entry of this run exists (for example when the
+  // folder cannot be written). Stays after Terminate, until Initialize.
+  std::string GetFilePath();
 
   // Starts the log: VYN_STATUS_BUSY while it runs; else the status of
   // starting the thread. An empty name becomes "VYN System Log", an empty
@@ -174,6 +183,10 @@ class VYN_EXPORT CVYNSystemLogEx {
   void HeartBeat();
   // After a failed write: starts a new file when the wait is over.
   void RetryFailedFile();
+  // Shows one line on the view, as the flags and the output filter stand.
+  void ShowOnView(const _VYN_SYSTEM_LOG_EX_ENTRY& entry);
+  // Shows the file writer's failure reports on the view. Output thread only.
+  void ShowReports();
   int32_t AddOwnOutput(const char* text, _VYNSystemLogExEventType type);
   // Asks the output thread to stop, wakes it and waits for its end.
   void StopOutputThread();

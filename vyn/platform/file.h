@@ -43,6 +43,9 @@ class File {
   // Hands the written data on to the storage device (not only to the
   // operating system's cache).
   bool DataSync();
+  // Cuts the file back to `length` bytes (a write that stopped inside a
+  // line leaves no half of it behind).
+  bool Truncate(long long length);
   void Close();
 
   // The reason of the last failure, for diagnostics.
@@ -52,5 +55,8 @@ class File {
   int descriptor_ = -1;
   int last_error_ = 0;
 };
+
+// Removes the file `path`; false (and the file stays) when that fails.
+bool RemoveFile(const std::string& path);
 
 }  // namespace vyn::platform

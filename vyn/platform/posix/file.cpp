@@ -66,6 +66,21 @@ bool File::DataSync() {
   return false;
 }
 
+bool File::Truncate(long long length) {
+  if (descriptor_ < 0) return false;
+  while (ftruncate(descriptor_, static_cast<off_t>(length)) != 0) {
+    if (errno == EINTR) continue;
+    last_error_ = errno;
+    return false;
+  }
+  // Further writes continue at the new end, not behind a hole.
+  if (lseek(descriptor_, static_cast<off_t>(length), SEEK_SET) < 0) {
+    last_error_ = errno;
+    return false;
+  }
+  return true;
+}
+
 void File::Close() {
   if (descriptor_ < 0) return;
   // close() releases the descriptor even when it reports an error, and
@@ -79,5 +94,7 @@ std::string File::GetLastErrorText() const {
   // The GNU strerror_r returns the text, which may or may not be in buffer.
   return strerror_r(last_error_, buffer, sizeof buffer);
 }
+
+bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }
 
 }  // namespace vyn::platform
