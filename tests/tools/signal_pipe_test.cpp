@@ -74,6 +74,19 @@ long ResidentKiB(pid_t pid) {
   return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
 }
 
+// Waits, without reading the child's output, until it has ended (a zombie
+// not yet collected); false after `timeout_ms`.
+bool EndsWithoutBeingRead(pid_t pid, int timeout_ms) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+  while (std::chrono::steady_clock::now() < until) {
+    const std::string stat = vyn::test::ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    const size_t paren = stat.rfind(')');
+    if (paren == std::string::npos || stat.substr(paren + 2, 1) == "Z") return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
 TEST(MonitorStall, AnOutputNobodyReadsNeitherGrowsMemoryNorBlocksTheEnd) {
   vyn::sim::DeviceSimulatorOptions options;
   options.notifications = true;
@@ -106,6 +119,25 @@ TEST(SimDeviceEnd, AClosedOutputPipeEndsTheSimulatorAndRemovesItsLink) {
   sim.CloseOutput();
   ASSERT_TRUE(sim.WaitForExit(kEndLimitMs));
   EXPECT_EQ(sim.end_signal(), 0);
+  EXPECT_FALSE(Exists(link));
+}
+
+// Answers to commands pile up in an output pipe that nobody reads: the
+// simulator drops them rather than block, so it still ends on a signal.
+TEST(SimDeviceStall, AnswersNobodyReadsDoNotKeepTheSimulatorFromEnding) {
+  vyn::test::TempDir dir;
+  const std::string link = dir.File("port");
+  ToolProcess sim({"sim", "device", "--dir", dir.path(), "--name", "port"});
+  ASSERT_TRUE(sim.WaitForOutput(link, kStartLimitMs)) << sim.output();
+  // Each help answer is far longer than its request: the output pipe fills
+  // long before the input pipe does.
+  std::string requests;
+  for (int i = 0; i < 2000; ++i) requests += "help\n";
+  sim.Write(requests);
+  std::this_thread::sleep_for(std::chrono::seconds(2));
+  sim.Signal(SIGTERM);
+  EXPECT_TRUE(EndsWithoutBeingRead(sim.pid(), kEndLimitMs));
+  ASSERT_TRUE(sim.WaitForExit(kEndLimitMs));
   EXPECT_FALSE(Exists(link));
 }
 

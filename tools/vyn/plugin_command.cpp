@@ -11,6 +11,7 @@
 
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/output.h"
 #include "vyn/core/memory_controls.h"
 #include "vyn/core/status.h"
 #include "vyn/log/system_log.h"
@@ -147,8 +148,8 @@ class PluginSession {
     std::getline(words >> std::ws, rest);
     if (command == "quit" || command == "exit") return false;
     if (command == "help") {
-      std::fputs(kShellHelp, stdout);
-      std::fputs(kEventHelp, stdout);
+      WriteOutputText(kShellHelp);
+      WriteOutputText(kEventHelp);
     } else if (command == "list") {
       List();
     } else if ((command == "load" || command == "dialog" || command == "unload") && !rest.empty()) {
@@ -192,10 +193,7 @@ class PluginSession {
     return names;
   }
 
-  static void Print(const std::string& line) {
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
-  }
+  static void Print(const std::string& line) { PrintOutput("%s\n", line.c_str()); }
 
   bool show_log_;
   CMemoryEdit view_;

@@ -15,6 +15,7 @@
 #include "sim/boot_loader_simulator.h"
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/output.h"
 
 namespace vyn::tool {
 namespace {
@@ -135,7 +136,7 @@ bool ParseNack(const std::vector<std::string_view>& words, sim::NackFault* fault
 void PrintCounters(const sim::BootLoaderSimulator& chip) {
   const sim::BootLoaderSimulatorCounters c = chip.counters();
   const auto n = [](uint64_t value) { return static_cast<unsigned long long>(value); };
-  std::printf(
+  PrintOutput(
       "stats: bytes received %llu; sent %llu; ignored %llu; discarded %llu; connects %llu; "
       "commands %llu; acks %llu; nacks %llu (injected %llu); lost acks %llu; checksum errors "
       "%llu; blocks written %llu; bytes written %llu; bytes read %llu; pages erased %llu; mass "
@@ -152,15 +153,15 @@ void PrintFlash(const sim::BootLoaderSimulator& chip, unsigned long address, uns
   const std::vector<uint8_t> flash = chip.FlashContents();
   const unsigned long base = chip.flash_base();
   if (address < base || address - base >= flash.size()) {
-    std::printf("error: 0x%08lX is not in the flash (0x%08lX, %zu bytes)\n", address, base,
+    PrintOutput("error: 0x%08lX is not in the flash (0x%08lX, %zu bytes)\n", address, base,
                 flash.size());
     return;
   }
   const unsigned long offset = address - base;
   count = std::min<unsigned long>(count, flash.size() - offset);
-  std::printf("flash 0x%08lX:", address);
-  for (unsigned long i = 0; i < count; ++i) std::printf(" %02X", flash[offset + i]);
-  std::printf("\n");
+  PrintOutput("flash 0x%08lX:", address);
+  for (unsigned long i = 0; i < count; ++i) PrintOutput(" %02X", flash[offset + i]);
+  PrintOutput("\n");
 }
 
 // Carries out one command line; false for "quit".
@@ -234,13 +235,13 @@ bool RunCommand(sim::BootLoaderSimulator& chip, const std::vector<std::string_vi
   } else if (command == "stats" && words.size() == 1) {
     PrintCounters(chip);
   } else if (command == "help") {
-    std::fputs(kCommandHelp, stdout);
+    WriteOutputText(kCommandHelp);
   } else if (command == "quit" || command == "exit") {
     return false;
   } else {
     answer = "error: unknown command or argument (try help)";
   }
-  if (!answer.empty()) std::printf("%s\n", answer.c_str());
+  if (!answer.empty()) PrintOutput("%s\n", answer.c_str());
   return true;
 }
 
@@ -266,14 +267,12 @@ int RunSimBootLoader(BootSimOptions options) {
     std::fprintf(stderr, "vyn sim bootloader: the simulated chip could not be started\n");
     return 1;
   }
-  std::printf("%s\n", chip.port_path().c_str());
-  std::fflush(stdout);
+  PrintOutput("%s\n", chip.port_path().c_str());
   std::string line;
   while (input.ReadLine(&line) == support::ConsoleInput::Result::kLine) {
     const std::vector<std::string_view> words = SplitWords(line);
     if (words.empty()) continue;
     if (!RunCommand(chip, words)) break;
-    std::fflush(stdout);
   }
   chip.Stop();
   return 0;

@@ -13,6 +13,7 @@
 #include "sim/device_simulator.h"
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/output.h"
 
 namespace vyn::tool {
 namespace {
@@ -64,7 +65,7 @@ bool ParseNumber(std::string_view text, unsigned* value) {
 
 void PrintCounters(const sim::DeviceSimulator& device) {
   const sim::DeviceSimulatorCounters c = device.counters();
-  std::printf(
+  PrintOutput(
       "stats: requests %llu; bad %llu; unknown %llu; stale %llu; replies %llu; "
       "notifications %llu; lost %llu; bytes received %llu; bytes sent %llu; stray %llu; "
       "garbage %llu; faults %llu; %s\n",
@@ -125,7 +126,7 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
   } else if (command == "stats") {
     PrintCounters(device);
   } else if (command == "help") {
-    std::fputs(kCommandHelp, stdout);
+    WriteOutputText(kCommandHelp);
   } else if (command == "quit" || command == "exit") {
     return false;
   } else {
@@ -133,7 +134,7 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
         "error: unknown command or argument; numbers are decimal, 0 to 4294967295 "
         "(try help)";
   }
-  if (answer != nullptr) std::printf("%s\n", answer);
+  if (answer != nullptr) PrintOutput("%s\n", answer);
   return true;
 }
 
@@ -158,14 +159,12 @@ int RunSimDevice(const SimOptions& options) {
     std::fprintf(stderr, "vyn sim device: the simulated device could not be started\n");
     return 1;
   }
-  std::printf("%s\n", device.port_path().c_str());
-  std::fflush(stdout);
+  PrintOutput("%s\n", device.port_path().c_str());
   std::string line;
   while (input.ReadLine(&line) == support::ConsoleInput::Result::kLine) {
     const std::vector<std::string_view> words = SplitWords(line);
     if (words.empty()) continue;
     if (!RunCommand(device, words)) break;
-    std::fflush(stdout);
   }
   device.Stop();
   return 0;
