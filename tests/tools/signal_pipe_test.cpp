@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "sim/boot_loader_simulator.h"
 #include "sim/device_simulator.h"
 #include "tests/support/temp_dir.h"
 #include "tests/tools/tool_process.h"
@@ -139,6 +140,28 @@ TEST(SimDeviceStall, AnswersNobodyReadsDoNotKeepTheSimulatorFromEnding) {
   EXPECT_TRUE(EndsWithoutBeingRead(sim.pid(), kEndLimitMs));
   ASSERT_TRUE(sim.WaitForExit(kEndLimitMs));
   EXPECT_FALSE(Exists(link));
+}
+
+// A flash whose output reader goes away is cancelled at once rather than
+// run to its end (128 KiB take about 15 s on the paced line).
+TEST(FirmwareFlashEnd, AClosedOutputPipeCancelsTheTransmission) {
+  vyn::test::TempDir dir;
+  std::string image(128 * 1024, '\0');
+  for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<char>(i * 7);
+  vyn::test::WriteFile(dir.File("image.bin"), image);
+  ToolProcess pack({"firmware", "pack", "-t", "mcpu", dir.File("image.bin"), dir.File("fw.bin")});
+  ASSERT_TRUE(pack.WaitForExit(kStartLimitMs));
+  ASSERT_EQ(pack.exit_code(), 0) << pack.output();
+  vyn::sim::BootLoaderSimulatorOptions options;
+  options.baud_rate = 115200;
+  vyn::sim::BootLoaderSimulator chip(options);
+  ASSERT_TRUE(chip.Start());
+  ToolProcess flash({"firmware", "flash", chip.port_path(), dir.File("fw.bin")});
+  ASSERT_TRUE(flash.WaitForOutput("going to be programmed", kStartLimitMs)) << flash.output();
+  flash.CloseOutput();
+  EXPECT_TRUE(EndsWithoutBeingRead(flash.pid(), kEndLimitMs));
+  ASSERT_TRUE(flash.WaitForExit(kEndLimitMs));
+  EXPECT_EQ(flash.exit_code(), 1);
 }
 
 TEST(DemoEnd, SignalsAndAClosedPipeEndTheDemoAndRemoveItsSimulator) {

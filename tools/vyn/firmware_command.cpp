@@ -1,5 +1,7 @@
 // vyn firmware: firmware files (pack, unpack, verify, info) and the update of
 // a processor through its STM32 bootloader (flash), with live progress.
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cctype>
@@ -140,6 +142,9 @@ void RunInfo(const FirmwareOptions& options) {
 int RunFlash(const FirmwareOptions& options) {
   // Before any thread starts, so that Ctrl-C reaches this thread as an event.
   support::InterruptWatch interrupts;
+  // A reader of the output that goes away (`| head`, a closed terminal
+  // session) cancels the transmission as Ctrl-C does.
+  interrupts.WatchOutputClosed(STDOUT_FILENO);
   if (options.german) GetVYNLanguage().SetLanguage(0);
   _FILE_HEADER header{};
   GetVYNFileHeader().ReadFileHeader(options.source, &header);
@@ -179,9 +184,11 @@ int RunFlash(const FirmwareOptions& options) {
       console.ShowLine("still waiting for the chip to answer (Ctrl-C cancels)");
     }
   }
-  const bool interrupted = event == support::InterruptWatch::Event::kInterrupted;
+  const bool output_closed = event == support::InterruptWatch::Event::kOutputClosed;
+  const bool interrupted = event == support::InterruptWatch::Event::kInterrupted || output_closed;
   if (interrupted) {
-    console.ShowLine("interrupted: the transmission is cancelled");
+    console.ShowLine(output_closed ? "output closed: the transmission is cancelled"
+                                   : "interrupted: the transmission is cancelled");
     GetVYNSTM32BootLoader().CancelTransmission();
   }
   transmission.join();
@@ -202,7 +209,7 @@ int RunFlash(const FirmwareOptions& options) {
   }
   std::fprintf(stderr, "%s: %s (%s)\n", interrupted ? "cancelled" : "flash failed",
                GetVYNStatusAsString(status).c_str(), Explain(status));
-  return interrupted ? 130 : 1;
+  return interrupted && !output_closed ? 130 : 1;
 }
 
 }  // namespace
