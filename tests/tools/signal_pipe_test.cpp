@@ -20,6 +20,12 @@ namespace {
 
 using vyn::test::ToolProcess;
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitizer = true;
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+
 // Generous for a loaded machine; the program itself needs well under 100 ms.
 constexpr int kEndLimitMs = 5000;
 constexpr int kStartLimitMs = 30000;
@@ -103,8 +109,12 @@ TEST(MonitorStall, AnOutputNobodyReadsNeitherGrowsMemoryNorBlocksTheEnd) {
   const long after = ResidentKiB(monitor.pid());
   ASSERT_GT(before, 0);
   // Thousands of frames a second arrive meanwhile; kept, they would take
-  // megabytes.
-  EXPECT_LT(after - before, 2048) << before << " KiB, then " << after << " KiB";
+  // megabytes. AddressSanitizer holds freed memory in its quarantine, so
+  // resident memory grows there whatever the program keeps: the figure is
+  // checked in the other builds.
+  if (!kAddressSanitizer) {
+    EXPECT_LT(after - before, 2048) << before << " KiB, then " << after << " KiB";
+  }
   EXPECT_GT(device.counters().notifications, 3000u);
   monitor.Signal(SIGTERM);
   ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
