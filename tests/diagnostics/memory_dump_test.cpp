@@ -1,4 +1,4 @@
-// The parts of the crash service that run without installed handlers, in
+// The crash service without installed handlers, run in
 // the test process itself: settings, the heap check thread, validating
 // heaps, the signal-safe formatting and our dump reader's defences.
 #include "vyn/diagnostics/memory_dump.h"
@@ -203,7 +203,7 @@ TEST(MinidumpReaderTest, DamagedFilesAreRefusedWithoutReadingOutsideThem) {
   ASSERT_TRUE(minidump::ReadMinidump(run.dumps[0], &summary, &error)) << error;
   EXPECT_EQ(summary.threads.size(), 4 + kRuntimeThreads);
   const std::string damaged = folder.File("damaged.dmp");
-  // Cut short anywhere in the part that holds the streams.
+  // Cut short anywhere in the region that holds the streams.
   for (size_t length = 0; length < std::min<size_t>(original.size(), 40000); length += 97) {
     WriteFile(damaged, original.substr(0, length));
     EXPECT_FALSE(minidump::ReadMinidump(damaged, &summary, &error)) << length;

@@ -210,15 +210,15 @@ struct PluginOptions {
 void RunLoad(const PluginOptions& options) {
   // Every event is checked before anything is loaded.
   std::vector<std::pair<int32_t, std::optional<std::string>>> events;
-  for (const std::string& spec : options.events) {
-    const size_t colon = spec.find(':');
+  for (const std::string& argument : options.events) {
+    const size_t colon = argument.find(':');
     int32_t event = 0;
-    if (!ParseEvent(spec.substr(0, colon), &event)) {
-      throw CLI::ValidationError("--event", "not an event number: " + spec);
+    if (!ParseEvent(argument.substr(0, colon), &event)) {
+      throw CLI::ValidationError("--event", "not an event number: " + argument);
     }
     // A colon gives a text, even an empty one; without it there is no data.
     std::optional<std::string> text;
-    if (colon != std::string::npos) text = spec.substr(colon + 1);
+    if (colon != std::string::npos) text = argument.substr(colon + 1);
     events.emplace_back(event, text);
   }
   bool all_loaded = true;
