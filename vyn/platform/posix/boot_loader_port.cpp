@@ -14,47 +14,12 @@
 #include <cerrno>
 #include <chrono>
 
+#include "vyn/platform/posix/terminal_helpers.h"
+
 namespace vyn::platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-speed_t SpeedOf(uint32_t baud) {
-  switch (baud) {
-    case 1200:
-      return B1200;
-    case 2400:
-      return B2400;
-    case 4800:
-      return B4800;
-    case 9600:
-      return B9600;
-    case 19200:
-      return B19200;
-    case 38400:
-      return B38400;
-    case 57600:
-      return B57600;
-    case 115200:
-      return B115200;
-    case 230400:
-      return B230400;
-    case 460800:
-      return B460800;
-    case 921600:
-      return B921600;
-    default:
-      return B0;
-  }
-}
-
-// The slaves of the kernel's pseudo-terminals have majors 136 to 143.
-bool IsPseudoTerminal(int descriptor) {
-  struct stat status {};
-  if (fstat(descriptor, &status) != 0 || !S_ISCHR(status.st_mode)) return false;
-  const unsigned int device_major = major(status.st_rdev);
-  return device_major >= 136 && device_major <= 143;
-}
 
 // How long `size` bytes take on a slow line, with room for a busy machine:
 // 10 ms a byte (1200 baud) and two seconds more.
@@ -111,7 +76,7 @@ bool BootLoaderPort::Configure(uint32_t baud, int* error) {
   // bytes can only mean that the device has gone.
   settings.c_cc[VMIN] = 1;
   settings.c_cc[VTIME] = 0;
-  const speed_t speed = SpeedOf(baud);
+  const speed_t speed = TerminalSpeedOf(baud);
   if (speed == B0) return fail(EINVAL);
   if (cfsetispeed(&settings, speed) != 0 || cfsetospeed(&settings, speed) != 0) {
     return fail(errno);
