@@ -16,6 +16,7 @@
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/output.h"
+#include "tools/vyn/simulator_console.h"
 
 namespace vyn::tool {
 namespace {
@@ -54,19 +55,6 @@ struct BootSimOptions {
   uint32_t page_size = 0;  // 0: the sector layout of the defaults
   uint32_t erase_ms = 0;
 };
-
-std::vector<std::string_view> SplitWords(std::string_view line) {
-  std::vector<std::string_view> words;
-  size_t at = 0;
-  while (at < line.size()) {
-    const size_t start = line.find_first_not_of(" \t", at);
-    if (start == std::string_view::npos) break;
-    const size_t end = std::min(line.find_first_of(" \t", start), line.size());
-    words.push_back(line.substr(start, end - start));
-    at = end;
-  }
-  return words;
-}
 
 // Decimal, or hexadecimal with 0x, up to `limit`.
 bool ParseNumber(std::string_view text, unsigned long limit, unsigned long* value) {
@@ -257,23 +245,11 @@ int RunSimBootLoader(BootSimOptions options) {
     // A failed start leaves nothing behind, so whatever is at the link's
     // path is someone else's.
     struct stat existing {};
-    if (!chip.port_path().empty() && lstat(chip.port_path().c_str(), &existing) == 0) {
-      std::fprintf(stderr,
-                   "vyn sim bootloader: %s exists already (another simulator, or a file that is "
-                   "not ours); choose another --name or --dir\n",
-                   chip.port_path().c_str());
-      return 1;
-    }
-    std::fprintf(stderr, "vyn sim bootloader: the simulated chip could not be started\n");
-    return 1;
+    const bool taken = !chip.port_path().empty() && lstat(chip.port_path().c_str(), &existing) == 0;
+    return ReportSimulatorStartFailure("vyn sim bootloader", "chip", chip.port_path(), taken);
   }
-  PrintOutput("%s\n", chip.port_path().c_str());
-  std::string line;
-  while (input.ReadLine(&line) == support::ConsoleInput::Result::kLine) {
-    const std::vector<std::string_view> words = SplitWords(line);
-    if (words.empty()) continue;
-    if (!RunCommand(chip, words)) break;
-  }
+  RunSimulatorConsole(input, chip.port_path(),
+                      [&chip](const auto& words) { return RunCommand(chip, words); });
   chip.Stop();
   return 0;
 }

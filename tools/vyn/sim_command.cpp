@@ -14,6 +14,7 @@
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/output.h"
+#include "tools/vyn/simulator_console.h"
 
 namespace vyn::tool {
 namespace {
@@ -44,19 +45,6 @@ struct SimOptions {
   bool notify = false;
   unsigned period_ms = 100;
 };
-
-std::vector<std::string_view> SplitWords(std::string_view line) {
-  std::vector<std::string_view> words;
-  size_t at = 0;
-  while (at < line.size()) {
-    const size_t start = line.find_first_not_of(" \t", at);
-    if (start == std::string_view::npos) break;
-    const size_t end = std::min(line.find_first_of(" \t", start), line.size());
-    words.push_back(line.substr(start, end - start));
-    at = end;
-  }
-  return words;
-}
 
 bool ParseNumber(std::string_view text, unsigned* value) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value);
@@ -149,23 +137,11 @@ int RunSimDevice(const SimOptions& options) {
   settings.notification_period = std::chrono::milliseconds(options.period_ms);
   sim::DeviceSimulator device(settings);
   if (!device.Start()) {
-    if (device.LinkTaken()) {
-      std::fprintf(stderr,
-                   "vyn sim device: %s exists already (another simulator, or a file that is not "
-                   "ours); choose another --name or --dir\n",
-                   device.port_path().c_str());
-      return 1;
-    }
-    std::fprintf(stderr, "vyn sim device: the simulated device could not be started\n");
-    return 1;
+    return ReportSimulatorStartFailure("vyn sim device", "device", device.port_path(),
+                                       device.LinkTaken());
   }
-  PrintOutput("%s\n", device.port_path().c_str());
-  std::string line;
-  while (input.ReadLine(&line) == support::ConsoleInput::Result::kLine) {
-    const std::vector<std::string_view> words = SplitWords(line);
-    if (words.empty()) continue;
-    if (!RunCommand(device, words)) break;
-  }
+  RunSimulatorConsole(input, device.port_path(),
+                      [&device](const auto& words) { return RunCommand(device, words); });
   device.Stop();
   return 0;
 }
