@@ -96,6 +96,17 @@ int32_t FindData(CFile& file, bool* had_header, uint32_t* data_length) {
   return VYN_STATUS_SUCCESS;
 }
 
+// Reads the data of a file with or without a header (from its start) and
+// fills in the header's magic and data length for it.
+int32_t ReadPlainData(CFile& file, _FILE_HEADER* header, bool* had_header, DataBuffer* data) {
+  uint32_t data_length = 0;
+  const int32_t status = FindData(file, had_header, &data_length);
+  if (status != VYN_STATUS_SUCCESS) return status;
+  header->dwMagic = VYN_FILE_HEADER_MAGIC;
+  header->dwDataLength = data_length;
+  return ReadData(file, data_length, data);
+}
+
 int32_t WriteFile(CFile& file, const _FILE_HEADER& header, const unsigned char* data,
                   uint32_t data_length) {
   unsigned char raw[VYN_FILE_HEADER_SIZE];
@@ -130,17 +141,11 @@ int32_t CVYNFileHeader::CreateNewFile(std::string source_file_name,
   CFile source;
   if (!source.Open(source_file_name, CFile::modeRead)) return VYN_STATUS_FILE_ERROR;
   bool had_header = false;
-  uint32_t data_length = 0;
-  int32_t status = FindData(source, &had_header, &data_length);
-  if (status != VYN_STATUS_SUCCESS) return status;
-  header->dwMagic = VYN_FILE_HEADER_MAGIC;
-  header->dwDataLength = data_length;
-
   DataBuffer data;
-  status = Reserve(data_length, &data);
+  const int32_t status = ReadPlainData(source, header, &had_header, &data);
   if (status != VYN_STATUS_SUCCESS) return status;
-  if (source.Read(data.get(), data_length) != data_length) return VYN_STATUS_OPERATION_BROKEN;
   source.Close();
+  const uint32_t data_length = header->dwDataLength;
   EncryptFileA(static_cast<unsigned char>(header->dwFileType & 0xFF), data.get(), data_length);
   header->dwCRC = CRC32Calculate(data.get(), data_length, kCrcStart);
 
@@ -156,16 +161,10 @@ int32_t CVYNFileHeader::UpdateExistingFile(std::string file_name, _FILE_HEADER* 
   CFile file;
   if (!file.Open(file_name, CFile::modeReadWrite)) return VYN_STATUS_FILE_ERROR;
   bool had_header = false;
-  uint32_t data_length = 0;
-  int32_t status = FindData(file, &had_header, &data_length);
-  if (status != VYN_STATUS_SUCCESS) return status;
-  header->dwMagic = VYN_FILE_HEADER_MAGIC;
-  header->dwDataLength = data_length;
-
   DataBuffer data;
-  status = Reserve(data_length, &data);
+  const int32_t status = ReadPlainData(file, header, &had_header, &data);
   if (status != VYN_STATUS_SUCCESS) return status;
-  if (file.Read(data.get(), data_length) != data_length) return VYN_STATUS_OPERATION_BROKEN;
+  const uint32_t data_length = header->dwDataLength;
   header->dwCRC = CRC32Calculate(data.get(), data_length, kCrcStart);
 
   if (file.Seek(0, CFile::begin) != 0) return VYN_STATUS_FILE_ERROR;
