@@ -276,7 +276,7 @@ void BootLoaderSimulator::Run() {
     const bool want_read = outbox_.size() < kMaxWaitingAnswers;
     mutex_.Unlock();
     const platform::DescriptorReadiness readiness =
-        support::WaitForDescriptorUntil(descriptor, want_read, want_write, &wake_, deadline);
+        platform::WaitForDescriptorUntil(descriptor, want_read, want_write, &wake_, deadline);
     mutex_.Lock();
     wake_.Clear();
     if (stop_requested_ || !plugged_) continue;

@@ -13,8 +13,10 @@
 // race the caller must avoid.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace vyn::platform {
 
@@ -53,5 +55,14 @@ struct DescriptorReadiness {
 // wait itself failed, which the caller treats the same way).
 DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable, WakeUpEvent* wake_up,
                                       int timeout_ms);
+
+// The same wait ending at a moment of the steady clock, with the resolution
+// of the system's timers rather than whole milliseconds (a simulated line at
+// 115,200 baud hands over a byte every 95 microseconds): `deadline` none
+// means no limit, one in the past only looks. Readability is watched only
+// when `want_readable`; a hang-up always is.
+DescriptorReadiness WaitForDescriptorUntil(
+    int descriptor, bool want_readable, bool want_writable, WakeUpEvent* wake_up,
+    std::optional<std::chrono::steady_clock::time_point> deadline);
 
 }  // namespace vyn::platform

@@ -3,8 +3,10 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 
 #include "vyn/platform/wake_up_event.h"
 
@@ -57,8 +59,17 @@ IoResult WriteDescriptor(int descriptor, const uint8_t* data, size_t size) {
 
 DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable, WakeUpEvent* wake_up,
                                       int timeout_ms) {
+  std::optional<std::chrono::steady_clock::time_point> deadline;
+  if (timeout_ms >= 0) {
+    deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+  }
+  return WaitForDescriptorUntil(descriptor, true, want_writable, wake_up, deadline);
+}
+
+DescriptorReadiness WaitForDescriptorUntil(
+    int descriptor, bool want_readable, bool want_writable, WakeUpEvent* wake_up,
+    std::optional<std::chrono::steady_clock::time_point> deadline) {
   using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
   pollfd watched[2] = {};
   nfds_t count = 0;
   int device_index = -1;
@@ -66,11 +77,13 @@ DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable, WakeUp
   if (descriptor >= 0) {
     device_index = static_cast<int>(count);
     watched[count++] =
-        pollfd{descriptor, static_cast<short>(POLLIN | (want_writable ? POLLOUT : 0)), 0};
+        pollfd{descriptor,
+               static_cast<short>((want_readable ? POLLIN : 0) | (want_writable ? POLLOUT : 0)), 0};
   }
   DescriptorReadiness readiness;
   if (wake_up != nullptr && wake_up->descriptor() >= 0) {
-    // A signal raised before the wait ends it at once, without a poll.
+    // The event writes its descriptor only for a waiter that announced
+    // itself; a signal raised before ends the wait at once.
     if (!wake_up->BeginWait()) {
       readiness.woken = true;
       return readiness;
@@ -78,26 +91,22 @@ DescriptorReadiness WaitForDescriptor(int descriptor, bool want_writable, WakeUp
     wake_index = static_cast<int>(count);
     watched[count++] = pollfd{wake_up->descriptor(), POLLIN, 0};
   }
-  int left = timeout_ms;
   int ready = 0;
   for (;;) {
-    ready = poll(watched, count, left);
-    if (ready >= 0 || errno != EINTR) break;
-    if (timeout_ms > 0) {
-      // Rounded up: a wait resumed with the fraction of a millisecond cut
-      // off would end before its time.
-      const auto remaining =
-          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (remaining <= 0) {
-        ready = 0;
-        break;
-      }
-      left = static_cast<int>(remaining);
+    timespec left{};
+    const timespec* limit = nullptr;
+    if (deadline) {
+      const auto remaining = std::chrono::duration_cast<std::chrono::nanoseconds>(
+          std::max(*deadline - Clock::now(), Clock::duration::zero()));
+      left.tv_sec = static_cast<time_t>(remaining.count() / 1'000'000'000);
+      left.tv_nsec = static_cast<long>(remaining.count() % 1'000'000'000);
+      limit = &left;
     }
+    ready = ppoll(watched, count, limit, nullptr);
+    if (ready >= 0 || errno != EINTR) break;
   }
   if (wake_index >= 0) {
-    const bool drained = ready > 0 && (watched[wake_index].revents & POLLIN) != 0;
-    wake_up->EndWait(drained);
+    wake_up->EndWait(ready > 0 && (watched[wake_index].revents & POLLIN) != 0);
     readiness.woken = wake_up->IsSignaled();
   }
   if (ready <= 0) return readiness;
