@@ -1,14 +1,11 @@
 // Flashing a 128 KiB image into the simulated bootloader paced at 115,200
-// baud, by the shortest client the protocol allows and by stm32flash, in one
-// run, and by the library's own transmission. Each result carries the line-rate limit of the bytes
-// its client put on the line (bytes x 11 bits / baud rate), which no client can beat.
+// baud, by the shortest client the protocol allows and by the library's own
+// transmission. Each result carries the line-rate limit of the bytes its
+// client put on the line (bytes x 11 bits / baud rate), which no client can
+// beat.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -23,8 +20,6 @@
 #include "vyn/firmware/stm32_boot_loader.h"
 #include "vyn/platform/descriptor_io.h"
 #include "vyn/platform/serial_device.h"
-
-extern char** environ;
 
 namespace {
 
@@ -113,36 +108,6 @@ class ShortestClient {
   vyn::platform::SerialDevice port_;
 };
 
-// Runs stm32flash on `arguments` with the parity shim and its output thrown
-// away; true when it exits with 0.
-bool RunStm32flash(const std::vector<std::string>& arguments) {
-  std::vector<std::string> storage = {VYN_STM32FLASH};
-  storage.insert(storage.end(), arguments.begin(), arguments.end());
-  std::vector<char*> argv;
-  for (std::string& argument : storage) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  std::string preload = "LD_PRELOAD=" VYN_PTY_PARITY_SHIM;
-  std::vector<char*> environment = {preload.data()};
-  size_t inherited = 0;
-  while (environ[inherited] != nullptr) ++inherited;
-  environment.reserve(inherited + 2);
-  for (char** entry = environ; *entry != nullptr; ++entry) environment.push_back(*entry);
-  environment.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid = -1;
-  const int spawned =
-      posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environment.data());
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return false;
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 // One flash of the image into a fresh paced chip by `flash`; reports the time,
 // the bytes on the line both ways and their line-rate limit.
 template <typename Flash>
@@ -180,32 +145,6 @@ void BM_FlashShortestClient(benchmark::State& state) {
   });
 }
 BENCHMARK(BM_FlashShortestClient)
-    ->Unit(benchmark::kSecond)
-    ->Iterations(1)
-    ->Repetitions(2)
-    ->UseManualTime();
-
-// stm32flash asks for the chip's commands, version and id, erases the
-// sectors it is going to write, then writes block by block.
-void BM_FlashStm32flash(benchmark::State& state) {
-  const std::string directory = vyn::support::CreateUniqueDirectory("/tmp/vyn-bench-");
-  const std::string file = directory + "/image.bin";
-  const std::vector<uint8_t> image = Image();
-  FILE* out = std::fopen(file.c_str(), "wb");
-  const bool written =
-      out != nullptr && std::fwrite(image.data(), 1, image.size(), out) == image.size();
-  if (out != nullptr) std::fclose(out);
-  if (directory.empty() || !written) {
-    state.SkipWithError("no image file");
-  } else {
-    MeasureFlash(state, [&file](const std::string& path, const std::vector<uint8_t>&) {
-      return RunStm32flash({"-b", std::to_string(kBaud), "-w", file, path});
-    });
-  }
-  vyn::support::RemoveFile(file);
-  vyn::support::RemoveEmptyDirectory(directory);
-}
-BENCHMARK(BM_FlashStm32flash)
     ->Unit(benchmark::kSecond)
     ->Iterations(1)
     ->Repetitions(2)

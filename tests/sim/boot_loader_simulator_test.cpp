@@ -1,5 +1,5 @@
 // The simulated bootloader, spoken to byte by byte through a plain terminal
-// client, and by stm32flash as an independent client of the protocol.
+// client.
 #include "sim/boot_loader_simulator.h"
 
 #include <gtest/gtest.h>
@@ -330,53 +330,6 @@ TEST_F(BootLoaderSimulatorTest, TakesTheLinesTimeAndIdlesWithoutWork) {
   const double cpu_before = ProcessCpuSeconds();
   usleep(1000 * 1000);
   EXPECT_LT(ProcessCpuSeconds() - cpu_before, 0.2);
-}
-
-TEST(BootLoaderSimulatorStm32flashTest, AnIndependentClientWritesVerifiesAndReadsBack) {
-  ASSERT_EQ(access(VYN_STM32FLASH, X_OK), 0)
-      << "stm32flash is missing: run scripts/install-deps.sh";
-  vyn::test::TempDir dir;
-  std::mt19937 random(15);
-  BootLoaderSimulatorOptions older;  // Erase instead of Extended Erase, 1 KiB pages
-  older.chip_id = 0x0410;
-  older.version = 0x22;
-  older.flash_size = 128 * 1024;
-  older.page_sizes = {1024};
-  // Named, not temporaries in the list: g++ 12 at -O3 takes the vector
-  // inside a temporary for uninitialised.
-  const BootLoaderSimulatorOptions newer;
-  const std::vector<BootLoaderSimulatorOptions> chips = {newer, older};
-  for (const BootLoaderSimulatorOptions& options : chips) {
-    SCOPED_TRACE(options.chip_id);
-    BootLoaderSimulator chip(options);
-    ASSERT_TRUE(chip.Start());
-    // A length that leaves a short last block.
-    Bytes image(100 * 1024 + 77);
-    for (uint8_t& byte : image) byte = static_cast<uint8_t>(random());
-    const std::string image_path = dir.File("image.bin");
-    const std::string back_path = dir.File("back.bin");
-    vyn::test::WriteFile(image_path, std::string(image.begin(), image.end()));
-    const auto run = [&](std::vector<std::string> arguments) {
-      std::vector<std::string> argv = {"/usr/bin/env",
-                                       std::string("LD_PRELOAD=") + VYN_PTY_PARITY_SHIM,
-                                       VYN_STM32FLASH, "-b", "115200"};
-      argv.insert(argv.end(), arguments.begin(), arguments.end());
-      argv.push_back(chip.port_path());
-      return vyn::test::RunChild(argv, 120);
-    };
-
-    const vyn::test::ChildResult written = run({"-w", image_path, "-v", "-g", "0x08000000"});
-    ASSERT_EQ(written.exit_code, 0) << written.output;
-    const Bytes flash = chip.FlashContents();
-    EXPECT_EQ(Bytes(flash.begin(), flash.begin() + image.size()), image);
-    EXPECT_EQ(chip.counters().go_commands, 1u);
-
-    const vyn::test::ChildResult read =
-        run({"-r", back_path, "-S", "0x08000000:" + std::to_string(image.size())});
-    ASSERT_EQ(read.exit_code, 0) << read.output;
-    const std::string back = vyn::test::ReadFile(back_path);
-    EXPECT_EQ(Bytes(back.begin(), back.end()), image);
-  }
 }
 
 }  // namespace
