@@ -1,10 +1,4 @@
-# The plug-in tests load real plug-ins, which link against the shared
-# library; the test program must share that one library (and its one plug-in
-# manager) with them instead of carrying a static copy of its own.
-get_target_property(vyn_plugin_test_links vyn_plugins_tests LINK_LIBRARIES)
-list(TRANSFORM vyn_plugin_test_links REPLACE "^vyn_static$" "vyn")
-set_property(TARGET vyn_plugins_tests PROPERTY LINK_LIBRARIES ${vyn_plugin_test_links})
-
+# Plug-ins the tests load, and a host that exits with plug-ins still loaded.
 foreach(probe probe_a probe_b)
   add_library(vyn_test_${probe} MODULE ${CMAKE_CURRENT_LIST_DIR}/probes/probe_plugin.cpp)
   set_target_properties(vyn_test_${probe} PROPERTIES PREFIX "" OUTPUT_NAME ${probe}
@@ -14,8 +8,7 @@ foreach(probe probe_a probe_b)
   target_link_libraries(vyn_test_${probe} PRIVATE vyn Threads::Threads)
 endforeach()
 
-add_executable(vyn_plugin_exit_host ${CMAKE_CURRENT_LIST_DIR}/probes/exit_host.cpp)
-target_link_libraries(vyn_plugin_exit_host PRIVATE vyn)
+vyn_add_program(vyn_plugin_exit_host LIBRARY vyn SOURCES ${CMAKE_CURRENT_LIST_DIR}/probes/exit_host.cpp)
 
 set(vyn_plugin_test_files)
 foreach(target vyn_test_probe_a vyn_test_probe_b vyn_plugin_exit_host vyn_example_event_counter
