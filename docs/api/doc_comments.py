@@ -8,12 +8,16 @@ documentation, so the headers need no second comment syntax.
 - A // block directly above a declaration (no blank line between them)
   documents the declaration; a block followed by a blank line is a section
   note and stays a plain comment.
+- A // block directly above a run of constants, macros or enumerators
+  (lines up to the next blank line) documents each of them that has no
+  comment of its own; comments inside the run stay plain notes.
 - A // comment after code on the same line documents that line's member.
 """
 import re
 import sys
 
 COMMENT = re.compile(r"^(\s*)//(?!/)\s?(.*)$")
+VALUE = re.compile(r"^\s*((inline\s+)?constexpr\s|#\s*define\s|[A-Z_][A-Za-z0-9_]*\s*(=[^=].*)?,?\s*(//.*)?$)")
 TRAILING = re.compile(r"^(.*?[;,{}\w)\]])(\s+)//(?!/)\s?(.*)$")
 
 
@@ -54,6 +58,29 @@ def main(path):
             for comment in block:
                 m = COMMENT.match(comment)
                 out.append("%s%s %s" % (m.group(1), "///" if documents else "//", m.group(2)))
+            if documents and VALUE.match(lines[i]):
+                end = i
+                while end + 1 < len(lines) and (VALUE.match(lines[end + 1]) or COMMENT.match(lines[end + 1])):
+                    end += 1
+                while COMMENT.match(lines[end]):
+                    end -= 1
+                if end > i:
+                    # A member group, marked on lines the header has anyway
+                    # so that warnings keep pointing at the right line;
+                    # DISTRIBUTE_GROUP_DOC hands the block to each member.
+                    out[-1] += " @{"
+                    for k in range(i, end + 1):
+                        text = lines[k]
+                        trailing = TRAILING.match(text)
+                        if trailing and '"' not in trailing.group(1):
+                            text = "%s%s///< %s" % trailing.groups()
+                        out.append(text)
+                    i = end + 1
+                    if i < len(lines) and lines[i].strip() == "":
+                        out.append("/** @} */")
+                        i += 1
+                    else:
+                        out[-1] += "\n/** @} */"
             continue
         trailing = TRAILING.match(line)
         if trailing and '"' not in trailing.group(1):
