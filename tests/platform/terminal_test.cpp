@@ -25,16 +25,8 @@
 
 namespace {
 
-using vyn::platform::BootLoaderPort;
-using vyn::platform::IoStatus;
-using vyn::platform::ReadDescriptor;
-using vyn::platform::SerialDevice;
-using vyn::platform::SerialOpenStep;
-using vyn::platform::WaitForDescriptor;
-using vyn::platform::WriteDescriptor;
-using vyn::test::Late;
-using vyn::test::milliseconds;
-using vyn::test::Timed;
+using namespace vyn::platform;  // NOLINT: the layer under test
+using namespace vyn::test;      // NOLINT
 
 termios Settings(int descriptor) {
   termios settings{};
@@ -54,7 +46,7 @@ TEST(TerminalUserTest, EachHoldsTheLineAloneAndGivesItsSettingsBack) {
   const std::string& path = terminal.slave_path();
   // Opened before the users, whose exclusive use refuses later opens; set up
   // like a terminal session: echo, line editing, 9600 baud.
-  const vyn::platform::ScopedDescriptor outside(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const ScopedDescriptor outside(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   termios session = Settings(outside.get());
   session.c_lflag |= ECHO | ICANON | ISIG;
   session.c_iflag |= ICRNL;
@@ -112,7 +104,7 @@ TEST(SerialDeviceTest, WritesUntilTheLineIsFullSendsBytesUnchangedAndSeesAHangUp
   std::vector<uint8_t> sent(size_t{1} << 20);
   for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<uint8_t>(i * 7 + i / 251);
   size_t done = 0;
-  vyn::platform::IoResult put;
+  IoResult put;
   while ((put = WriteDescriptor(port, &sent[done], sent.size() - done)).status == IoStatus::kDone) {
     done += put.count;
   }

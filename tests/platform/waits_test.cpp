@@ -1,27 +1,31 @@
-// Events, wake-ups and sleeps: whom a signal releases, and that signals
-// arriving meanwhile neither shorten nor stretch a wait.
+// Events, wake-ups and sleeps: whom a signal releases; and that signals
+// arriving meanwhile neither shorten nor stretch a wait, nor cut a file's
+// write short.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 #include <vector>
 
 #include "tests/platform/wait_helpers.h"
+#include "tests/support/temp_dir.h"
 #include "vyn/platform/clock.h"
 #include "vyn/platform/descriptor_io.h"
 #include "vyn/platform/event.h"
+#include "vyn/platform/file.h"
+#include "vyn/platform/scoped_descriptor.h"
 #include "vyn/platform/wake_up_event.h"
 
 namespace {
 
-using vyn::platform::Event;
-using vyn::platform::WaitForDescriptor;
-using vyn::platform::WakeUpEvent;
-using vyn::test::Late;
-using vyn::test::milliseconds;
-using vyn::test::Timed;
+using namespace vyn::platform;  // NOLINT: the layer under test
+using namespace vyn::test;      // NOLINT
 
-bool Nothing(const vyn::platform::DescriptorReadiness& r) {
+bool Nothing(const DescriptorReadiness& r) {
   return !r.readable && !r.writable && !r.hung_up && !r.woken;
 }
 
@@ -64,12 +68,41 @@ TEST(WakeUpEventTest, SignalsDoNotCountAndClearTakesThemBack) {
   EXPECT_FALSE(wake.Wait(0));
 }
 
-TEST(InterruptedWaitTest, SignalsNeitherShortenNorStretchAWait) {
+TEST(InterruptedWaitTest, SignalsNeitherShortenNorStretchAWaitNorCutAWriteShort) {
   static constexpr int kWait = 60;
-  vyn::test::SignalStorm storm;
+  // A pipe with a slow reader, opened first so that opening the writing end
+  // never waits: the writer blocks, and WriteAll must go on from wherever
+  // each interrupted write stopped.
+  TempDir directory;
+  const std::string fifo = directory.File("pipe");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const ScopedDescriptor in(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  File pipe;
+  ASSERT_TRUE(pipe.OpenForWriting(fifo)) << pipe.GetLastErrorText();
+  fcntl(in.get(), F_SETFL, 0);
+  std::vector<uint8_t> sent(size_t{2} << 20);
+  for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<uint8_t>(i * 7 + i / 251);
+  std::vector<uint8_t> received(sent.size() + 1);
+  size_t got = 0;
+  std::thread reader([&] {
+    ssize_t count = 0;
+    while ((count = read(in.get(), &received[got],
+                         std::min<size_t>(16384, sent.size() + 1 - got))) > 0) {
+      got += static_cast<size_t>(count);
+      std::this_thread::sleep_for(std::chrono::microseconds(300));
+    }
+  });
+  SignalStorm storm;
+  const int before = signals_delivered;
+  size_t written = 0;
+  EXPECT_TRUE(pipe.WriteAll(sent.data(), sent.size(), &written)) << pipe.GetLastErrorText();
+  pipe.Close();
+  reader.join();
+  EXPECT_EQ(written, sent.size());
+  EXPECT_TRUE(got == sent.size() && std::equal(sent.begin(), sent.end(), received.begin())) << got;
+
   WakeUpEvent wake;
   Event event(true);
-  const int before = vyn::test::signals_delivered;
   const auto expect_full = [](milliseconds waited, const char* what) {
     EXPECT_GE(waited, milliseconds(kWait)) << what;
     EXPECT_LT(waited, Late(kWait)) << what;
@@ -80,7 +113,7 @@ TEST(InterruptedWaitTest, SignalsNeitherShortenNorStretchAWait) {
               "bare descriptor wait");
   expect_full(Timed([&] { EXPECT_FALSE(wake.Wait(kWait)); }), "wake-up wait");
   expect_full(Timed([&] { EXPECT_FALSE(event.Wait(kWait)); }), "event wait");
-  expect_full(Timed([] { vyn::platform::SleepMilliseconds(kWait); }), "sleep");
+  expect_full(Timed([] { SleepMilliseconds(kWait); }), "sleep");
   // Waits without a limit end for their wake-up, not for a signal.
   std::thread waker([&] {
     std::this_thread::sleep_for(milliseconds(kWait));
@@ -88,9 +121,9 @@ TEST(InterruptedWaitTest, SignalsNeitherShortenNorStretchAWait) {
     event.Set();
   });
   EXPECT_TRUE(WaitForDescriptor(-1, false, &wake, -1).woken);
-  EXPECT_TRUE(event.Wait(vyn::platform::kInfinite));
+  EXPECT_TRUE(event.Wait(kInfinite));
   waker.join();
-  EXPECT_GT(vyn::test::signals_delivered - before, 50);  // 300 ms of signals arrived
+  EXPECT_GT(signals_delivered - before, 50);  // the storm did reach the calls
 }
 
 }  // namespace
