@@ -11,8 +11,7 @@
 
 namespace {
 
-using vyn::platform::FileTimeToSystemTime;
-using vyn::platform::SystemTimeToFileTime;
+using namespace vyn::platform;  // NOLINT: the layer under test
 
 constexpr int64_t kTicksPerMs = 10000;
 
@@ -31,7 +30,7 @@ TEST(SystemTimeTest, FileTimesBecomeTheCalendarsDatesAndBackToTheLastYear) {
     if (i % 10 == 0) ms = std::max<int64_t>(0, ms / 86400000 * 86400000 - (i % 20 == 0));
     const int64_t file_time = ms * kTicksPerMs + static_cast<int64_t>(random() % kTicksPerMs);
     ASSERT_TRUE(FileTimeToSystemTime(file_time, &date)) << file_time;
-    const int64_t unix_ms = ms - vyn::platform::kUnixEpochAsFileTime / kTicksPerMs;
+    const int64_t unix_ms = ms - kUnixEpochAsFileTime / kTicksPerMs;
     const time_t seconds = static_cast<time_t>(unix_ms / 1000 - (unix_ms % 1000 < 0 ? 1 : 0));
     std::tm c{};
     ASSERT_NE(gmtime_r(&seconds, &c), nullptr);
