@@ -12,7 +12,7 @@
 #include "vyn/core/synchronize.h"
 #include "vyn/core/time_helpers.h"
 #include "vyn/platform/profile.h"
-#include "vyn/platform/profile_testing.h"
+#include "vyn/platform/internal/profile_testing.h"
 
 namespace {
 

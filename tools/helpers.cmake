@@ -28,3 +28,4 @@ install(TARGETS vyn_dump_writer vyn_rundll
 # Our reader of the minidump format, for `vyn dump info` and the tests.
 add_library(vyn_minidump STATIC ${CMAKE_CURRENT_SOURCE_DIR}/minidump/minidump_reader.cpp)
 target_include_directories(vyn_minidump PUBLIC ${PROJECT_SOURCE_DIR})
+target_link_libraries(vyn_minidump PUBLIC vyn_platform)

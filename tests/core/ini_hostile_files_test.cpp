@@ -13,7 +13,7 @@
 #include "tests/support/temp_dir.h"
 #include "vyn/core/ini_manager.h"
 #include "vyn/core/status.h"
-#include "vyn/platform/profile_testing.h"
+#include "vyn/platform/internal/profile_testing.h"
 
 namespace {
 

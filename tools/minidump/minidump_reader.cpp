@@ -9,7 +9,9 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <system_error>
+
+#include "vyn/platform/scoped_descriptor.h"
+#include "vyn/platform/system_error.h"
 
 namespace vyn::minidump {
 namespace {
@@ -21,23 +23,18 @@ class File {
  public:
   explicit File(const std::string& path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     struct stat info {};
-    if (descriptor_ >= 0 && fstat(descriptor_, &info) == 0)
+    if (descriptor_.IsValid() && fstat(descriptor_.get(), &info) == 0)
       size_ = static_cast<uint64_t>(info.st_size);
   }
-  ~File() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
 
-  bool IsOpen() const { return descriptor_ >= 0; }
+  bool IsOpen() const { return descriptor_.IsValid(); }
   uint64_t size() const { return size_; }
 
   bool Read(uint64_t offset, void* buffer, uint64_t length) const {
     if (offset > size_ || length > size_ - offset) return false;
     auto* bytes = static_cast<char*>(buffer);
     while (length > 0) {
-      const ssize_t got = pread(descriptor_, bytes, length, static_cast<off_t>(offset));
+      const ssize_t got = pread(descriptor_.get(), bytes, length, static_cast<off_t>(offset));
       if (got < 0 && errno == EINTR) continue;
       if (got <= 0) return false;
       bytes += got;
@@ -84,7 +81,7 @@ class File {
   }
 
  private:
-  int descriptor_;
+  vyn::platform::ScopedDescriptor descriptor_;
   uint64_t size_ = 0;
 };
 
@@ -253,8 +250,7 @@ bool ReadMinidump(const std::string& path, DumpSummary* summary, std::string* er
   *summary = DumpSummary{};
   const File file(path);
   if (!file.IsOpen()) {
-    *error =
-        "cannot open " + path + ": " + std::error_code(errno, std::generic_category()).message();
+    *error = "cannot open " + path + ": " + vyn::platform::SystemErrorText(errno);
     return false;
   }
   Header header{};

@@ -8,6 +8,7 @@
 #include "vyn/core/status.h"
 #include "vyn/platform/process.h"
 #include "vyn/platform/profile.h"
+#include "vyn/platform/system_error.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ using vyn::platform::ProfileStatus;
 
 std::string Reason(const ProfileOutcome& outcome) {
   if (outcome.status == ProfileStatus::kIoError && outcome.error != 0) {
-    return std::strerror(outcome.error);
+    return vyn::platform::SystemErrorText(outcome.error);
   }
   return vyn::platform::DescribeProfileStatus(outcome.status);
 }

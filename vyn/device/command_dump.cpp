@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "vyn/core/internal/frame_bytes.h"
 #include "vyn/core/status.h"
-#include "vyn/device/internal/frame_bytes.h"
 
-using vyn::device::Read16;
-using vyn::device::Read32;
+using vyn::LoadLittleEndian16;
+using vyn::LoadLittleEndian32;
 
 namespace {
 
@@ -72,7 +72,7 @@ int32_t CVYNCommandDump::DumpAcknowledgeOrNotificationFromCCPU(unsigned char* fr
   unsigned char list[kMaxStatusValueBytes] = {};
   unsigned char values[kMaxStatusValueBytes] = {};
 
-  const uint16_t id = Read16(frame + 1);
+  const uint16_t id = LoadLittleEndian16(frame + 1);
   switch (id) {
     case CCPU_CMD_ID_ACK_GET_DEVICE_INFO:
       ProcessAckGetDeviceInfo(frame, &byte_1, &word, &texts[0], &texts[1], &texts[2], &texts[3],
@@ -254,21 +254,23 @@ const char* CVYNCommandDump::GetPropertyValue(unsigned char property_id, unsigne
     case ENCODER_AXIS_3: {
       // 16384 steps per turn.
       const float degrees =
-          static_cast<float>(static_cast<int16_t>(Read16(value))) * (360.0F / 16384.0F);
+          static_cast<float>(static_cast<int16_t>(LoadLittleEndian16(value))) * (360.0F / 16384.0F);
       std::snprintf(text, kShortTextSize, "%0.3f; degrees", static_cast<double>(degrees));
       *size = 2;
       break;
     }
     case I2C_ERRORS:
-      std::snprintf(text, kShortTextSize, "%u", Read32(value));
+      std::snprintf(text, kShortTextSize, "%u", LoadLittleEndian32(value));
       *size = 4;
       break;
     case LOOPS_PER_SECOND:
-      std::snprintf(text, kShortTextSize, "%u", static_cast<unsigned int>(Read16(value)));
+      std::snprintf(text, kShortTextSize, "%u",
+                    static_cast<unsigned int>(LoadLittleEndian16(value)));
       *size = 2;
       break;
     case UPDATE_FIRMWARE:
-      std::snprintf(text, kShortTextSize, "0x%04X", static_cast<unsigned int>(Read16(value)));
+      std::snprintf(text, kShortTextSize, "0x%04X",
+                    static_cast<unsigned int>(LoadLittleEndian16(value)));
       *size = 2;
       break;
     default:

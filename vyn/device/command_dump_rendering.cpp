@@ -5,11 +5,11 @@
 
 #include "vyn/core/status.h"
 #include "vyn/device/command_dump.h"
-#include "vyn/device/internal/frame_bytes.h"
+#include "vyn/device/internal/frame_payload.h"
 
+using vyn::LoadLittleEndian16;
 using vyn::device::McpuPayload;
 using vyn::device::Payload;
-using vyn::device::Read16;
 
 namespace {
 
@@ -355,7 +355,7 @@ int32_t CVYNCommandDump::ProcessAckConfirm(unsigned char* frame) {
   } else if (payload.length == 2) {
     Format("%s; %i", name, payload.data[1]);
   } else {
-    Format("%s; %i", name, Read16(payload.data + 1));
+    Format("%s; %i", name, LoadLittleEndian16(payload.data + 1));
   }
   return VYN_STATUS_SUCCESS;
 }

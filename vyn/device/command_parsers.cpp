@@ -8,14 +8,14 @@
 
 #include "vyn/core/status.h"
 #include "vyn/device/command_set.h"
-#include "vyn/device/internal/frame_bytes.h"
+#include "vyn/device/internal/frame_payload.h"
 
+using vyn::LoadLittleEndian16;
+using vyn::LoadLittleEndian32;
+using vyn::LoadLittleEndianFloat;
 using vyn::device::CcpuPayload;
 using vyn::device::McpuPayload;
 using vyn::device::Payload;
-using vyn::device::Read16;
-using vyn::device::Read32;
-using vyn::device::ReadFloat;
 
 namespace {
 
@@ -29,11 +29,11 @@ void ReadByteIfHeld(const Payload& payload, unsigned int offset, unsigned char* 
 }
 
 void ReadFloatIfHeld(const Payload& payload, unsigned int offset, float* out) {
-  if (Holds(payload, offset, 4)) *out = ReadFloat(payload.data + offset);
+  if (Holds(payload, offset, 4)) *out = LoadLittleEndianFloat(payload.data + offset);
 }
 
 void Read32IfHeld(const Payload& payload, unsigned int offset, uint32_t* out) {
-  if (Holds(payload, offset, 4)) *out = Read32(payload.data + offset);
+  if (Holds(payload, offset, 4)) *out = LoadLittleEndian32(payload.data + offset);
 }
 
 }  // namespace
@@ -76,7 +76,7 @@ int32_t CVYNCommandSet::ProcessAckGetDeviceInfo(
   Payload payload{};
   if (!CcpuPayload(frame, &payload) || payload.length < 6) return RX_WRONG_LENGTH;
   *protocol_version = payload.data[0];
-  *hardware_type = Read16(payload.data + 1);
+  *hardware_type = LoadLittleEndian16(payload.data + 1);
   if (size < 2) return VYN_STATUS_INVALID_PARAMETER;
   std::string* const texts[] = {hardware_version, serial_number, mcpu_version, ecpu_version,
                                 ccpu_version,     kcpu_version,  lcpu_version};
@@ -96,7 +96,7 @@ int32_t CVYNCommandSet::ParseInformationAck(unsigned char* frame, unsigned char*
   Payload payload{};
   if (!CcpuPayload(frame, &payload) || payload.length < 6) return RX_WRONG_LENGTH;
   *protocol_version = payload.data[0];
-  *hardware_type = Read16(payload.data + 1);
+  *hardware_type = LoadLittleEndian16(payload.data + 1);
   if (size < 2) return VYN_STATUS_INVALID_PARAMETER;
   std::string* const texts[] = {version};
   return ExtractTexts(payload.data, payload.length, 3, texts, 1, size);
@@ -252,7 +252,7 @@ int32_t CVYNCommandSet::ParseHardwareInfoAck(unsigned char* frame, uint16_t* har
                                              std::string* serial_number, unsigned char size) {
   Payload payload{};
   if (!CcpuPayload(frame, &payload) || payload.length < 4) return RX_WRONG_LENGTH;
-  *hardware_type = Read16(payload.data);
+  *hardware_type = LoadLittleEndian16(payload.data);
   if (size < 2) return VYN_STATUS_INVALID_PARAMETER;
   std::string* const texts[] = {hardware_version, serial_number};
   return ExtractTexts(payload.data, payload.length, 2, texts, 2, size);
@@ -329,7 +329,7 @@ int32_t CVYNCommandSet::ProcessNotTrace(unsigned char* frame, uint16_t* count, i
   *count = static_cast<uint16_t>(payload.length / 2);
   if (capacity < *count) return VYN_STATUS_BUFFER_TOO_SMALL;
   for (uint16_t i = 0; i < *count; ++i) {
-    values[i] = static_cast<int16_t>(Read16(payload.data + 2 * size_t{i}));
+    values[i] = static_cast<int16_t>(LoadLittleEndian16(payload.data + 2 * size_t{i}));
   }
   return VYN_STATUS_SUCCESS;
 }
@@ -338,7 +338,7 @@ int32_t CVYNCommandSet::ProcessNotDebug(unsigned char* frame, uint16_t* source,
                                         unsigned char* priority, std::string* text, uint16_t size) {
   Payload payload{};
   if (!CcpuPayload(frame, &payload) || payload.length < 4) return RX_WRONG_LENGTH;
-  *source = Read16(payload.data);
+  *source = LoadLittleEndian16(payload.data);
   *priority = payload.data[2];
   if (size < 2) return VYN_STATUS_INVALID_PARAMETER;
   // Whether the text fits is decided by the bytes the device sent; what is
@@ -358,7 +358,7 @@ int32_t CVYNCommandSet::ProcessAckBoardInfo(unsigned char* frame, unsigned char*
   if (size < 2) return VYN_STATUS_INVALID_PARAMETER;
   // Version numbers count from 20101 = V 01.00.00; the arithmetic is that of
   // the unsigned 32-bit field, so numbers below it wrap like the device's own.
-  const uint32_t number = Read32(payload.data + 7) - 20101U;
+  const uint32_t number = LoadLittleEndian32(payload.data + 7) - 20101U;
   char text[256];
   std::snprintf(text, size, "V %02i.%02i.%02i", static_cast<unsigned char>(number / 10000 + 1),
                 static_cast<int>((number % 10000) / 100), static_cast<int>(number % 100));
@@ -371,8 +371,8 @@ int32_t CVYNCommandSet::ProcessAckReadParamsExt(unsigned char* frame, int16_t* f
   const Payload payload = McpuPayload(frame);
   if (!Holds(payload, 28, 12)) return RX_WRONG_LENGTH;
   for (size_t i = 0; i < 3; ++i) {
-    first_triple[i] = static_cast<int16_t>(Read16(payload.data + 28 + 2 * i));
-    second_triple[i] = static_cast<int16_t>(Read16(payload.data + 34 + 2 * i));
+    first_triple[i] = static_cast<int16_t>(LoadLittleEndian16(payload.data + 28 + 2 * i));
+    second_triple[i] = static_cast<int16_t>(LoadLittleEndian16(payload.data + 34 + 2 * i));
   }
   return VYN_STATUS_SUCCESS;
 }
@@ -383,8 +383,8 @@ int32_t CVYNCommandSet::ProcessRealtimeData3(unsigned char* frame, unsigned char
   const Payload payload = McpuPayload(frame);
   if (payload.length != 63) return RX_WRONG_LENGTH;
   *value_a = payload.data[57];
-  *value_b = Read16(payload.data + 52);
-  *value_c = Read16(payload.data + 14);
+  *value_b = LoadLittleEndian16(payload.data + 52);
+  *value_c = LoadLittleEndian16(payload.data + 14);
   *value_d = payload.data[16];
   return VYN_STATUS_SUCCESS;
 }

@@ -5,14 +5,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "vyn/core/internal/frame_bytes.h"
 #include "vyn/core/internal/scoped_lock.h"
 #include "vyn/core/status.h"
-#include "vyn/device/internal/frame_bytes.h"
 
-using vyn::device::Read16;
-using vyn::device::Sum8;
-using vyn::device::Write16;
-using vyn::device::Write32;
+using vyn::LoadLittleEndian16;
+using vyn::StoreLittleEndian16;
+using vyn::StoreLittleEndian32;
+using vyn::Sum8;
 
 namespace {
 
@@ -28,8 +28,8 @@ uint16_t CcpuFrameLength(uint16_t payload_length) {
 // Start delimiter, id and payload length; returns the frame length.
 uint16_t WriteCcpuHeader(unsigned char* frame, uint16_t id, uint16_t payload_length) {
   frame[0] = CCPU_START_DELIMITER;
-  Write16(frame + 1, id);
-  Write16(frame + 3, payload_length);
+  StoreLittleEndian16(frame + 1, id);
+  StoreLittleEndian16(frame + 3, payload_length);
   return CcpuFrameLength(payload_length);
 }
 
@@ -87,8 +87,8 @@ uint16_t CVYNCommandSet::PrepareReqGetKCPUInfo(unsigned char* frame) {
 
 uint16_t CVYNCommandSet::PrepareReqSetECPUPWMZeroOffset(unsigned char* frame) {
   // 0x8000 is the middle of the PWM range: both channels at rest.
-  Write16(frame + 7, 0x8000);
-  Write16(frame + 9, 0x8000);
+  StoreLittleEndian16(frame + 7, 0x8000);
+  StoreLittleEndian16(frame + 9, 0x8000);
   return WriteFixedCcpuHeader(frame, ECPU_CMD_ID_REQ_SET_ECPU_PWM_ZERO_OFFSET, 4);
 }
 
@@ -103,8 +103,8 @@ uint16_t CVYNCommandSet::PrepareReqGetECPUPWMCalibration(unsigned char* frame) {
 }
 
 uint16_t CVYNCommandSet::PrepareReqSetECPUEncoderMinMax(unsigned char* frame) {
-  Write32(frame + 7, 0);
-  Write32(frame + 11, 0);
+  StoreLittleEndian32(frame + 7, 0);
+  StoreLittleEndian32(frame + 11, 0);
   return WriteFixedCcpuHeader(frame, ECPU_CMD_ID_REQ_SET_ECPU_ENCODER_MIN_MAX, 8);
 }
 
@@ -144,7 +144,7 @@ uint16_t CVYNCommandSet::PrepareReqControl(unsigned char* frame, unsigned char c
 uint16_t CVYNCommandSet::PrepareReqSetHardwareInfo(unsigned char* frame, uint16_t hardware_type,
                                                    std::string hardware_version,
                                                    std::string serial_number) {
-  Write16(frame + 7, hardware_type);
+  StoreLittleEndian16(frame + 7, hardware_type);
   return WriteTwoTexts(frame, CCPU_CMD_ID_REQ_SET_HARDWARE_INFO, hardware_version, serial_number,
                        CCPU_HEADER_LENGTH + 2);
 }
@@ -156,7 +156,7 @@ uint16_t CVYNCommandSet::PrepareReqGetHardwareInfo(unsigned char* frame) {
 uint16_t CVYNCommandSet::PrepareReqSetECPUHardwareInfo(unsigned char* frame, uint16_t hardware_type,
                                                        std::string hardware_version,
                                                        std::string serial_number) {
-  Write16(frame + 7, hardware_type);
+  StoreLittleEndian16(frame + 7, hardware_type);
   return WriteTwoTexts(frame, ECPU_CMD_ID_REQ_SET_HARDWARE_INFO, hardware_version, serial_number,
                        CCPU_HEADER_LENGTH + 2);
 }
@@ -233,7 +233,7 @@ int32_t CVYNCommandSet::CalculateChecksums(unsigned char* frame) {
 }
 
 int32_t CVYNCommandSet::CalculateChecksumsForCCPU(unsigned char* frame) {
-  const uint16_t payload_length = Read16(frame + 3);
+  const uint16_t payload_length = LoadLittleEndian16(frame + 3);
   // Its payload checksum would lie beyond any frame record; no receiver
   // takes such a frame, so it is not touched.
   if (payload_length > CCPU_MAX_PAYLOAD_LENGTH) return VYN_STATUS_INVALID_PARAMETER;
@@ -278,7 +278,7 @@ int32_t CVYNCommandSet::SetPropertyValue(unsigned char* destination, unsigned ch
     case ENCODER_AXIS_2:
     case ENCODER_AXIS_3:
     case UPDATE_FIRMWARE:
-      Write16(destination, *source);
+      StoreLittleEndian16(destination, *source);
       *size = 2;
       return VYN_STATUS_SUCCESS;
     default:

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "vyn/base/internal/byte_order.h"
+
 namespace vyn::firmware {
 namespace {
 
@@ -29,12 +31,6 @@ constexpr SliceTables MakeTables() {
 }
 
 constexpr SliceTables kTables = MakeTables();
-
-// Little-endian on every host; compilers turn this into one load.
-inline uint32_t LoadLittleEndian32(const unsigned char* p) {
-  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-         static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
-}
 
 using UpdateFunction = uint32_t (*)(uint32_t, const unsigned char*, size_t);
 

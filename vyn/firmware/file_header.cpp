@@ -5,24 +5,19 @@
 #include <memory>
 #include <new>
 
+#include "vyn/base/internal/byte_order.h"
 #include "vyn/core/status.h"
 #include "vyn/firmware/internal/crc32.h"
 #include "vyn/firmware/internal/key_material.h"
 
 namespace {
 
+using vyn::LoadLittleEndian32;
+using vyn::StoreLittleEndian32;
+
 using DataBuffer = std::unique_ptr<unsigned char[]>;
 
 constexpr uint32_t kCrcStart = 0xFFFFFFFF;
-
-uint32_t LoadLittleEndian32(const unsigned char* p) {
-  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-         static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
-}
-
-void StoreLittleEndian32(uint32_t value, unsigned char* p) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(value >> (8 * i));
-}
 
 void DecodeHeader(const unsigned char* bytes, _FILE_HEADER* header) {
   header->dwMagic = LoadLittleEndian32(bytes);
@@ -33,10 +28,10 @@ void DecodeHeader(const unsigned char* bytes, _FILE_HEADER* header) {
 }
 
 void EncodeHeader(const _FILE_HEADER& header, unsigned char* bytes) {
-  StoreLittleEndian32(header.dwMagic, bytes);
-  StoreLittleEndian32(header.dwCRC, bytes + 4);
-  StoreLittleEndian32(header.dwDataLength, bytes + 8);
-  StoreLittleEndian32(header.dwFileType, bytes + 12);
+  StoreLittleEndian32(bytes, header.dwMagic);
+  StoreLittleEndian32(bytes + 4, header.dwCRC);
+  StoreLittleEndian32(bytes + 8, header.dwDataLength);
+  StoreLittleEndian32(bytes + 12, header.dwFileType);
   std::memcpy(bytes + 16, header.abApplicationData, sizeof header.abApplicationData);
 }
 

@@ -4,12 +4,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 #include "vyn/base/mutex.h"
 #include "vyn/log/internal/system_log_testing.h"
 #include "vyn/platform/clock.h"
+#include "vyn/platform/system_error.h"
 
 namespace vyn::log {
 namespace {
@@ -39,7 +39,7 @@ bool WriteWithinFreeSpace(vyn::platform::File* file, const std::string& data, si
     return false;
   }
   if (allowed < data.size()) {
-    *reason = std::error_code(ENOSPC, std::generic_category()).message();
+    *reason = vyn::platform::SystemErrorText(ENOSPC);
     return false;
   }
   return true;

@@ -22,7 +22,10 @@
 // Queue sizes: the kernel's terminal queues (4 KiB each way) are used as
 // they are; the client never has more than one block of 259 bytes in flight.
 //
-// Ownership: the object owns its descriptor and its cancel descriptor.
+// Closing gives the terminal back its settings from before the open and
+// lifts the exclusive use, as the serial device does.
+//
+// Ownership: the object owns its terminal and its cancel event.
 // Thread-safety: Cancel and IsCancelled may be called from any thread; every
 // other operation belongs to the one thread that uses the port. Lock order:
 // the cancel lock is taken alone, never while another lock is requested.
@@ -31,12 +34,16 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "vyn/base/mutex.h"
 #include "vyn/base/thread_annotations.h"
 
 namespace vyn::platform {
+
+class ExclusiveTerminal;
+class WakeUpEvent;
 
 class BootLoaderPort {
  public:
@@ -67,8 +74,8 @@ class BootLoaderPort {
   // Waits `milliseconds` unless the port is cancelled; false when cancelled.
   bool Pause(int milliseconds);
   void Close();
-  bool IsOpen() const { return descriptor_ >= 0; }
-  int descriptor() const { return descriptor_; }
+  bool IsOpen() const;
+  int descriptor() const;
 
   // Ends the current wait and makes every later read or write fail at once,
   // until ResetCancel. Any thread.
@@ -77,22 +84,18 @@ class BootLoaderPort {
   bool IsCancelled() const { return cancelled_.load(std::memory_order_acquire); }
 
  private:
-  // Waits for `events` on the device or the cancel event; the poll result
-  // flags, or 0 when the time ran out.
-  short WaitFor(short events, int64_t timeout_ms);
-
-  int descriptor_ = -1;
+  std::unique_ptr<ExclusiveTerminal> terminal_;
   int64_t read_timeout_ms_ = -1;
   bool write_failed_ = false;
   std::atomic<bool> cancelled_{false};
-  // A leaf lock: nothing is called while it is held but the write that
-  // raises the cancel descriptor.
+  // A leaf lock: nothing is called while it is held but the signal of the
+  // cancel event.
   Mutex cancel_lock_;
-  // An eventfd that Cancel makes readable, watched by every wait. Made at
-  // the first Open, so that loading the library opens nothing, and kept to
-  // the end. Open sets it and Cancel uses it under the lock; the port's own
-  // thread, the only one that sets it, reads it without.
-  int cancel_descriptor_ = -1;
+  // Raised by Cancel and taken back by ResetCancel; every wait watches it.
+  // Made at the first Open, so that loading the library opens nothing, and
+  // kept to the end. Open sets it and Cancel uses it under the lock; the
+  // port's own thread, the only one that sets it, reads it without.
+  std::unique_ptr<WakeUpEvent> cancel_;
 };
 
 }  // namespace vyn::platform

@@ -58,14 +58,14 @@ enum class SerialOpenFailure {
 };
 
 SerialOpenFailure ClassifyOpenFailure(SerialOpenStep step, int error);
-// The system's text for an errno value ("No such file or directory").
-std::string SystemErrorText(int error);
 
 enum class ReopenVerdict {
   kReopen,      // open the name again
   kNotYet,      // not now: the name does not lead to a new device (yet)
   kGoneForGood  // the device cannot come back under this name
 };
+
+class ExclusiveTerminal;
 
 class SerialDevice {
  public:
@@ -79,8 +79,8 @@ class SerialDevice {
   // errno value) say why.
   bool Open(const std::string& path, uint32_t baud, SerialOpenStep* failed_step, int* error);
   void Close();
-  bool IsOpen() const { return descriptor_ >= 0; }
-  int descriptor() const { return descriptor_; }
+  bool IsOpen() const;
+  int descriptor() const;
 
   // After the device hung up: may `path` be opened again (see above)? A path
   // other than the one last opened is always kReopen: somebody chose it.
@@ -101,10 +101,7 @@ class SerialDevice {
     std::string link_target;
   };
 
-  struct SavedSettings;
-
-  int descriptor_ = -1;
-  std::unique_ptr<SavedSettings> saved_;  // the terminal's settings before Open
+  std::unique_ptr<ExclusiveTerminal> terminal_;
   Reached reached_;
 };
 

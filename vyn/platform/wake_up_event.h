@@ -23,6 +23,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "vyn/platform/scoped_descriptor.h"
+
 namespace vyn::platform {
 
 class WakeUpEvent {
@@ -35,7 +37,7 @@ class WakeUpEvent {
   // False when the system refused a descriptor: Wait then sleeps its full
   // time unless a signal was already raised, and WaitForDescriptor does not
   // see wake-ups.
-  bool IsValid() const { return descriptor_ >= 0; }
+  bool IsValid() const { return descriptor_.IsValid(); }
   void Signal();
   bool IsSignaled() const { return pending_.load() != 0; }
   // True when a signal is raised or arrives within `milliseconds`; the
@@ -50,14 +52,14 @@ class WakeUpEvent {
   bool BeginWait();
   void EndWait(bool descriptor_ready);
   // For WaitForDescriptor's poll; -1 when invalid.
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return descriptor_.get(); }
 
  private:
   void Drain();
 
   enum Waiter : uint32_t { kNone = 0, kOnFlag = 1, kOnDescriptor = 2 };
 
-  int descriptor_;
+  ScopedDescriptor descriptor_;
   // 0 or 1; also the futex word of a plain Wait.
   std::atomic<uint32_t> pending_{0};
   std::atomic<uint32_t> waiting_{kNone};

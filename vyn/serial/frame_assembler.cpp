@@ -4,11 +4,11 @@
 #include <cstring>
 #include <utility>
 
+#include "vyn/core/internal/frame_bytes.h"
 #include "vyn/core/status.h"
-#include "vyn/device/internal/frame_bytes.h"
 
-using vyn::device::Read16;
-using vyn::device::Sum8;
+using vyn::LoadLittleEndian16;
+using vyn::Sum8;
 
 CVYNFrameAssembler::CVYNFrameAssembler(FrameSink sink) : sink_(std::move(sink)) {}
 
@@ -76,7 +76,7 @@ int32_t CVYNFrameAssembler::AddByte(unsigned char byte) {
           Count(ihcs_);
           return RX_REJECTED;
         }
-        const uint16_t payload_length = Read16(buffer_ + 3);
+        const uint16_t payload_length = LoadLittleEndian16(buffer_ + 3);
         if (payload_length == 0) {
           ProcessCommand(buffer_);
           ResetCommandBuffer();
@@ -114,7 +114,7 @@ int32_t CVYNFrameAssembler::AddByte(unsigned char byte) {
 int32_t CVYNFrameAssembler::VerifyPayloadCheckSum(unsigned char* frame, uint16_t size) {
   switch (GetProtocol()) {
     case PROTOCOL_CCPU: {
-      const uint16_t payload_length = Read16(frame + 3);
+      const uint16_t payload_length = LoadLittleEndian16(frame + 3);
       if (payload_length == 0) return RX_COMPLETE;
       if (payload_length + CCPU_HEADER_LENGTH >= size) return RX_WRONG_LENGTH;
       return Sum8(frame + CCPU_HEADER_LENGTH, payload_length) ==

@@ -15,6 +15,7 @@
 #include "vyn/platform/clock.h"
 #include "vyn/platform/descriptor_io.h"
 #include "vyn/platform/serial_device.h"
+#include "vyn/platform/system_error.h"
 #include "vyn/platform/system_time.h"
 #include "vyn/platform/wake_up_event.h"
 #include "vyn/queue/message.h"

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <utility>
 
+#include "vyn/platform/system_error.h"
+
 namespace vyn::platform {
 
 File::~File() { Close(); }
@@ -89,11 +91,7 @@ void File::Close() {
   descriptor_ = -1;
 }
 
-std::string File::GetLastErrorText() const {
-  char buffer[128];
-  // The GNU strerror_r returns the text, which may or may not be in buffer.
-  return strerror_r(last_error_, buffer, sizeof buffer);
-}
+std::string File::GetLastErrorText() const { return SystemErrorText(last_error_); }
 
 bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }
 

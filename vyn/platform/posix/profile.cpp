@@ -16,8 +16,9 @@
 #include <vector>
 
 #include "vyn/base/mutex.h"
-#include "vyn/platform/profile_testing.h"
+#include "vyn/platform/internal/profile_testing.h"
 #include "vyn/platform/profile_text.h"
+#include "vyn/platform/scoped_descriptor.h"
 
 namespace vyn::platform {
 namespace {
@@ -59,22 +60,6 @@ ProfileStatus Classify(const struct stat& status) {
   return ProfileStatus::kOk;
 }
 
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  // Closes now and tells whether that worked (a write may fail only here).
-  bool Close() { return close(std::exchange(fd_, -1)) == 0; }
-
- private:
-  int fd_;
-};
-
 struct Loaded {
   ProfileStatus status = ProfileStatus::kIoError;
   int error = 0;
@@ -89,7 +74,7 @@ struct Loaded {
 Loaded LoadFile(const std::string& path) {
   Loaded loaded;
   loaded.started = RealTimeNow();
-  Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  ScopedDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (file.get() < 0) {
     loaded.error = errno;
     if (loaded.error == ENOENT || loaded.error == ENOTDIR) loaded.status = ProfileStatus::kMissing;
@@ -133,7 +118,8 @@ Loaded LoadFile(const std::string& path) {
 // Replaces the content of a regular file, creating it if need be.
 ProfileOutcome StoreFile(const std::string& path, std::string_view content) {
   ProfileOutcome outcome;
-  Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
+  ScopedDescriptor file(
+      open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
   struct stat status {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
     outcome.status = ProfileStatus::kIoError;

@@ -36,9 +36,7 @@ WakeUpEvent::WakeUpEvent() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
                 "the flag must be a plain 32-bit word for the futex");
 }
 
-WakeUpEvent::~WakeUpEvent() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
+WakeUpEvent::~WakeUpEvent() = default;
 
 void WakeUpEvent::Signal() {
   if (pending_.exchange(1) != 0) return;  // raised already: whoever raised it woke the waiter
@@ -47,9 +45,9 @@ void WakeUpEvent::Signal() {
       FutexWakeOne(&pending_);
       break;
     case kOnDescriptor:
-      if (descriptor_ >= 0) {
+      if (descriptor_.IsValid()) {
         const uint64_t one = 1;
-        while (write(descriptor_, &one, sizeof one) < 0 && errno == EINTR) {
+        while (write(descriptor_.get(), &one, sizeof one) < 0 && errno == EINTR) {
         }
       }
       break;
@@ -78,7 +76,7 @@ void WakeUpEvent::EndWait(bool descriptor_ready) {
 void WakeUpEvent::Drain() {
   uint64_t count = 0;
   // Reading an eventfd returns the whole count and resets it to 0.
-  while (read(descriptor_, &count, sizeof count) < 0 && errno == EINTR) {
+  while (read(descriptor_.get(), &count, sizeof count) < 0 && errno == EINTR) {
   }
 }
 
