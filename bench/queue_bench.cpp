@@ -153,7 +153,7 @@ double PercentileUs(std::vector<int64_t>& latencies, double share) {
 // microseconds per queue and the ratios of the message queue's to the plain
 // queue's (untimed wait).
 void BM_DeliveryAsApplicationSends(benchmark::State& state) {
-  constexpr size_t kRoundSends = 50;
+  constexpr size_t kRoundSends = 10;
   const auto rounds = static_cast<int>(state.range(0));
   DeliveryLog vyn_log;
   DeliveryLog plain_log;
@@ -198,8 +198,8 @@ void BM_DeliveryAsApplicationSends(benchmark::State& state) {
     state.counters[std::string("ratio_") + tag] = vyn_us / plain_us;
   }
 }
-// Argument: rounds of 50 sends per queue.
-BENCHMARK(BM_DeliveryAsApplicationSends)->Arg(200)->Iterations(1)->UseRealTime();
+// Argument: rounds of 10 sends per queue.
+BENCHMARK(BM_DeliveryAsApplicationSends)->Arg(1000)->Iterations(1)->UseRealTime();
 
 // Receivers without dispatch threads: the cost of the distribution alone.
 // The receivers are emptied outside the measured time every 1024 messages.
