@@ -1,7 +1,6 @@
 #include "vyn/queue/internal/idle_ticker.h"
 
 #include <algorithm>
-#include <memory>
 #include <new>
 
 #include "vyn/core/internal/scoped_lock.h"
@@ -11,10 +10,8 @@
 namespace vyn {
 
 IdleTicker& IdleTicker::Get() {
-  // Deliberately never destroyed (see the header); the pointer stays
-  // reachable, so leak checkers do not count it.
-  static IdleTicker* const ticker = std::make_unique<IdleTicker>(500).release();
-  return *ticker;
+  static IdleTicker ticker(500);
+  return ticker;
 }
 
 IdleTicker::~IdleTicker() {
@@ -53,8 +50,7 @@ int32_t IdleTicker::TickerThread(void* parameter) {
 
 void IdleTicker::Run() {
   thread_.SignalStart();
-  // The shared ticker's thread ends with the process; one of a ticker of
-  // one's own ends when the destructor's stop cuts its sleep short.
+  // Runs until the destructor's stop cuts its sleep short.
   while (thread_.IsRunning()) {
     if (thread_.Sleep(period_ms_) != VYN_STATUS_SUCCESS) {
       if (!thread_.IsRunning()) break;

@@ -27,6 +27,8 @@ struct CVYNMessageQueue::WakeUp {
 
 CVYNMessageQueue::CVYNMessageQueue()
     : thread_name_("VYN Message Queue"), wake_up_(std::make_unique<WakeUp>()) {
+  // Built now, so that it outlives a queue that is a static (see its header).
+  vyn::IdleTicker::Get();
   char context[24];
   std::snprintf(context, sizeof context, "0x%016llX",
                 static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(this)));

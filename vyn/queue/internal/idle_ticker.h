@@ -5,10 +5,11 @@
 // every wake-up; here one thread sleeps on one timer for all of them.
 //
 // Ownership: the ticker keeps pointers to events it does not own; an event
-// must be removed before it is destroyed. The message queues share the
-// process's ticker (Get), which is never destroyed: a dispatch thread may
-// still be running while the process ends. A ticker of one's own stops its
-// thread when it is destroyed.
+// must be removed before it is destroyed. The message queues share one
+// ticker (Get), a static of the library: its destructor stops its thread, so
+// that unloading the library leaves no thread behind. Every queue's
+// constructor takes the ticker first, so that it is built before, and
+// destroyed after, any queue that is itself a static.
 // Thread-safety: Add and Remove from any thread. The ticker's lock is a leaf;
 // the one call made under it is WakeUpEvent::Signal, which never blocks, and
 // it is made under it so that once Remove has returned the ticker no longer
