@@ -1,6 +1,6 @@
-// Message queue costs: PushMessage-to-ProcessMessage latency against a plain
-// mutex-and-condition-variable queue, and Notify throughput to 1 and 4
-// receivers.
+// Message queue costs: PushMessage-to-ProcessMessage latency as an
+// application sends, against a plain mutex-and-condition-variable queue, and
+// Notify throughput to 1 and 4 receivers.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -25,48 +26,55 @@ constexpr int32_t kMessageBytes = 64;
 
 int64_t Now() { return Clock::now().time_since_epoch().count(); }
 
-// What the receiving side of a latency run records: the time from the
-// stamp written into the message until the handler saw it.
-class LatencyProbe {
+// The receiving side of a delivery run: each message carries the time it
+// was sent and its number in the round; the handler notes the latency under
+// that number.
+class DeliveryLog {
  public:
+  void Start(size_t count) {
+    latencies_.assign(count, 0);
+    received_.store(0, std::memory_order_relaxed);
+  }
   void Receive(const unsigned char* bytes) {
+    const int64_t now = Now();
     int64_t stamp;
+    uint32_t index;
     std::memcpy(&stamp, bytes, sizeof stamp);
-    last_ns_.store(Now() - stamp, std::memory_order_relaxed);
+    std::memcpy(&index, bytes + sizeof stamp, sizeof index);
+    latencies_[index] = now - stamp;
     received_.fetch_add(1, std::memory_order_release);
   }
-  // Waits for the next message and returns its latency in nanoseconds.
-  int64_t AwaitNext() {
-    while (received_.load(std::memory_order_acquire) == seen_) std::this_thread::yield();
-    ++seen_;
-    return last_ns_.load(std::memory_order_relaxed);
+  // Sleeps until the whole round has arrived, then hands its latencies over.
+  void Collect(std::vector<int64_t>& into) {
+    while (received_.load(std::memory_order_acquire) < latencies_.size()) {
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    into.insert(into.end(), latencies_.begin(), latencies_.end());
   }
 
  private:
-  std::atomic<int64_t> received_{0};
-  std::atomic<int64_t> last_ns_{0};
-  int64_t seen_ = 0;
+  std::vector<int64_t> latencies_;
+  std::atomic<size_t> received_{0};
 };
 
-class ProbeQueue : public CVYNMessageQueue {
+class LoggingQueue : public CVYNMessageQueue {
  public:
-  explicit ProbeQueue(LatencyProbe& probe) : probe_(probe) {}
+  explicit LoggingQueue(DeliveryLog& log) : log_(log) {}
 
  protected:
   int32_t ProcessMessage(CVYNMessage& message) override {
-    probe_.Receive(message.GetBuffer());
+    log_.Receive(message.GetBuffer());
     return VYN_STATUS_SUCCESS;
   }
 
  private:
-  LatencyProbe& probe_;
+  DeliveryLog& log_;
 };
 
 // The yardstick: one mutex, one condition variable, a deque of byte vectors
 // and a consumer thread that hands each message to `handle`. With
 // `timed_wait` the consumer's wait ends after 500 ms at the latest, as the
-// dispatch thread's idle wait does (so that it can stamp its heartbeat); a
-// timed wait costs a wake-up more than an unlimited one.
+// dispatch thread's idle wait does (so that it can stamp its heartbeat).
 template <typename Handler>
 class PlainQueue {
  public:
@@ -118,61 +126,80 @@ class PlainQueue {
   std::thread consumer_;
 };
 
-// Runs one push per iteration and waits for its arrival. range(0) is the
-// pause in microseconds before each push: 0 sends back to back, a pause lets
-// the receiving thread fall asleep first, as it does between real events.
+// One round of `count` sends, 100 us apart, as an application sends events:
+// a message is built for every send, and the sender goes on at once rather
+// than waiting for the arrival.
 template <typename Send>
-void MeasureLatency(benchmark::State& state, LatencyProbe& probe, Send send) {
-  const auto pause = std::chrono::microseconds(state.range(0));
-  std::vector<int64_t> latencies;
-  latencies.reserve(static_cast<size_t>(state.max_iterations));
+void SendRound(size_t count, Send send) {
   unsigned char bytes[kMessageBytes] = {};
-  for (auto _ : state) {
-    if (pause.count() > 0) std::this_thread::sleep_for(pause);
+  for (size_t i = 0; i < count; ++i) {
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
     const int64_t stamp = Now();
+    const auto index = static_cast<uint32_t>(i);
     std::memcpy(bytes, &stamp, sizeof stamp);
+    std::memcpy(bytes + sizeof stamp, &index, sizeof index);
     send(bytes);
-    const int64_t latency = probe.AwaitNext();
-    latencies.push_back(latency);
-    state.SetIterationTime(static_cast<double>(latency) * 1e-9);
   }
+}
+
+double PercentileUs(std::vector<int64_t>& latencies, double share) {
   std::sort(latencies.begin(), latencies.end());
-  const auto at = [&](double share) {
-    return static_cast<double>(latencies[static_cast<size_t>(share * (latencies.size() - 1))]) *
-           1e-3;
-  };
-  state.counters["p50_us"] = at(0.50);
-  state.counters["p99_us"] = at(0.99);
+  return static_cast<double>(latencies[static_cast<size_t>(share * (latencies.size() - 1))]) * 1e-3;
 }
 
-void BM_LatencyCVYNMessageQueue(benchmark::State& state) {
-  LatencyProbe probe;
-  ProbeQueue queue(probe);
+// PushMessage-to-ProcessMessage latency against the plain queue (untimed and
+// timed wait), all three fed in alternating rounds within one run so that the
+// load of a shared machine falls on each alike. Counters: p50/p90/p99 in
+// microseconds per queue and the ratios of the message queue's to the plain
+// queue's (untimed wait).
+void BM_DeliveryAsApplicationSends(benchmark::State& state) {
+  constexpr size_t kRoundSends = 10;
+  const auto rounds = static_cast<int>(state.range(0));
+  DeliveryLog vyn_log;
+  DeliveryLog plain_log;
+  DeliveryLog timed_log;
+  LoggingQueue queue(vyn_log);
   queue.Initialize(true);
-  unsigned char initial[kMessageBytes] = {};
-  CVYNMessage message(1, initial, kMessageBytes);
-  MeasureLatency(state, probe, [&](unsigned char* bytes) {
-    std::memcpy(message.GetBuffer(), bytes, kMessageBytes);
-    queue.PushMessage(message);
-  });
+  const auto to = [](DeliveryLog& log) {
+    return [&log](const unsigned char* bytes) { log.Receive(bytes); };
+  };
+  PlainQueue plain(to(plain_log));
+  PlainQueue timed(to(timed_log), true);
+  std::vector<int64_t> vyn_ns;
+  std::vector<int64_t> plain_ns;
+  std::vector<int64_t> timed_ns;
+  for (auto _ : state) {
+    for (int round = 0; round < rounds; ++round) {
+      vyn_log.Start(kRoundSends);
+      SendRound(kRoundSends, [&](unsigned char* bytes) {
+        CVYNMessage message(1, bytes, kMessageBytes);
+        queue.PushMessage(message);
+      });
+      vyn_log.Collect(vyn_ns);
+      plain_log.Start(kRoundSends);
+      SendRound(kRoundSends, [&](unsigned char* bytes) { plain.Push(bytes, kMessageBytes); });
+      plain_log.Collect(plain_ns);
+      timed_log.Start(kRoundSends);
+      SendRound(kRoundSends, [&](unsigned char* bytes) { timed.Push(bytes, kMessageBytes); });
+      timed_log.Collect(timed_ns);
+    }
+  }
   queue.Terminate();
+  const struct {
+    double share;
+    const char* tag;
+  } percentiles[] = {{0.50, "p50"}, {0.90, "p90"}, {0.99, "p99"}};
+  for (const auto& [share, tag] : percentiles) {
+    const double vyn_us = PercentileUs(vyn_ns, share);
+    const double plain_us = PercentileUs(plain_ns, share);
+    state.counters[std::string("vyn_") + tag + "_us"] = vyn_us;
+    state.counters[std::string("plain_") + tag + "_us"] = plain_us;
+    state.counters[std::string("timed_") + tag + "_us"] = PercentileUs(timed_ns, share);
+    state.counters[std::string("ratio_") + tag] = vyn_us / plain_us;
+  }
 }
-BENCHMARK(BM_LatencyCVYNMessageQueue)->Arg(0)->Arg(100)->Iterations(20000)->UseManualTime();
-
-void BM_LatencyPlainQueue(benchmark::State& state) {
-  LatencyProbe probe;
-  PlainQueue queue([&probe](const unsigned char* bytes) { probe.Receive(bytes); },
-                   state.range(1) != 0);
-  MeasureLatency(state, probe, [&](unsigned char* bytes) { queue.Push(bytes, kMessageBytes); });
-}
-// Arguments: pause before each push (us), timed wait (0 or 1).
-BENCHMARK(BM_LatencyPlainQueue)
-    ->Args({0, 0})
-    ->Args({100, 0})
-    ->Args({0, 1})
-    ->Args({100, 1})
-    ->Iterations(20000)
-    ->UseManualTime();
+// Argument: rounds of 10 sends per queue.
+BENCHMARK(BM_DeliveryAsApplicationSends)->Arg(1000)->Iterations(1)->UseRealTime();
 
 // Receivers without dispatch threads: the cost of the distribution alone.
 // The receivers are emptied outside the measured time every 1024 messages.

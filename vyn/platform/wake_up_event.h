@@ -41,7 +41,11 @@ class WakeUpEvent {
   void Signal();
   bool IsSignaled() const { return pending_.load() != 0; }
   // True when a signal is raised or arrives within `milliseconds`; the
-  // signal is taken back. 0 only tests.
+  // signal is taken back. 0 only tests; kNoTimeLimit waits for a signal
+  // however long it takes, and arms no timer (a timed wait sets one up and
+  // takes it down again on every wake-up, which a consumer woken thousands
+  // of times a second feels).
+  static constexpr uint32_t kNoTimeLimit = UINT32_MAX;
   bool Wait(uint32_t milliseconds);
   // Takes back a raised signal, so that the next wait blocks again.
   void Clear();

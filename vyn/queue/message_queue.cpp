@@ -12,6 +12,7 @@
 #include "vyn/core/status.h"
 #include "vyn/core/synchronize.h"
 #include "vyn/platform/wake_up_event.h"
+#include "vyn/queue/internal/idle_ticker.h"
 
 namespace {
 
@@ -26,6 +27,8 @@ struct CVYNMessageQueue::WakeUp {
 
 CVYNMessageQueue::CVYNMessageQueue()
     : thread_name_("VYN Message Queue"), wake_up_(std::make_unique<WakeUp>()) {
+  // Built now, so that it outlives a queue that is a static (see its header).
+  vyn::IdleTicker::Get();
   char context[24];
   std::snprintf(context, sizeof context, "0x%016llX",
                 static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(this)));
@@ -164,19 +167,27 @@ int32_t CVYNMessageQueue::MessageLoopThread(void* parameter) {
 int32_t CVYNMessageQueue::RunMessageLoopThread() {
   if (!dispatch_thread_.IsRunning()) return VYN_STATUS_NOT_INITIALIZED;
   dispatch_thread_.SignalStart();
-  // One message object for the whole loop: each pop moves the next message
-  // into it, so its bytes are never copied on the way to ProcessMessage.
-  CVYNMessage message;
+  // The idle wait has no time limit of its own: the shared ticker raises the
+  // wake-up every 500 ms for the heartbeat. A wait with a limit arms a timer
+  // and takes it down again on every wake-up, which delayed every push that
+  // found the thread idle by about a microsecond. Without the ticker the
+  // wait is limited to 500 ms instead.
+  vyn::platform::WakeUpEvent& wake_up = wake_up_->event;
+  vyn::IdleTicker& ticker = vyn::IdleTicker::Get();
+  const bool ticked = ticker.Add(&wake_up);
+  const uint32_t idle_wait_ms = ticked ? vyn::platform::WakeUpEvent::kNoTimeLimit : kIdleWaitMs;
   while (dispatch_thread_.IsRunning()) {
+    // A message object per round, released only after its handler has run:
+    // the way from the wake-up to ProcessMessage frees nothing.
+    CVYNMessage message;
+    const bool found = PopMessage(message) == VYN_STATUS_SUCCESS;
+    if (found) DispatchMessage(message);
     dispatch_thread_.UpdateStatus();
-    if (PopMessage(message) == VYN_STATUS_SUCCESS) {
-      DispatchMessage(message);
-      continue;
-    }
     // Nothing pending, or the lock was busy for 100 ms. A push between the
     // failed pop and this wait has raised the wake-up already.
-    wake_up_->event.Wait(kIdleWaitMs);
+    if (!found) wake_up.Wait(idle_wait_ms);
   }
+  if (ticked) ticker.Remove(&wake_up);
   return VYN_STATUS_SUCCESS;
 }
 

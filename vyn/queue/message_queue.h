@@ -7,8 +7,8 @@
 //   Queue", which takes the pending messages oldest first and hands each to
 //   ProcessMessage. Applications derive from this class and override
 //   ProcessMessage. The thread handles messages back to back while any are
-//   pending; an idle thread waits at most 500 ms and a push ends that wait
-//   at once.
+//   pending; a push ends an idle wait at once, and a shared ticker thread
+//   ("VYN Idle Ticker") ends it every 500 ms for the heartbeat.
 // - Distributor: Notify copies a message into every registered queue. The
 //   library's own queue (GetVYNMessageQueue) plays this role, started with
 //   Initialize(false); the library's services publish their events through
@@ -45,7 +45,8 @@
 // registered queues after giving them back, so a handler may call any
 // operation of its own queue (or of the queue it is registered with) at any
 // time, also while Terminate waits for it. The dispatch thread's wake-up
-// (an atomic flag and an eventfd) takes no lock.
+// (an atomic flag and an eventfd) takes no lock; the thread takes the
+// ticker's leaf lock only to join it at its start and leave it at its end.
 //
 // Backlog: the queue of pending messages has no bound, on purpose. The
 // library publishes received frames through Notify on the serial thread,

@@ -14,12 +14,14 @@
 namespace vyn::platform {
 namespace {
 
-// Sleeps while `*word` is 0, at most `milliseconds`; returns early on a wake,
-// a signal or a change of the word (which the kernel checks atomically).
+// Sleeps while `*word` is 0, at most `milliseconds` (negative: no limit);
+// returns early on a wake, a signal or a change of the word (which the kernel
+// checks atomically).
 void FutexWait(std::atomic<uint32_t>* word, int64_t milliseconds) {
   const timespec limit{static_cast<time_t>(milliseconds / 1000),
                        static_cast<long>((milliseconds % 1000) * 1000000)};
-  syscall(SYS_futex, reinterpret_cast<uint32_t*>(word), FUTEX_WAIT_PRIVATE, 0, &limit, nullptr, 0);
+  syscall(SYS_futex, reinterpret_cast<uint32_t*>(word), FUTEX_WAIT_PRIVATE, 0,
+          milliseconds < 0 ? nullptr : &limit, nullptr, 0);
 }
 
 void FutexWakeOne(std::atomic<uint32_t>* word) {
@@ -84,6 +86,14 @@ bool WakeUpEvent::Wait(uint32_t milliseconds) {
   using Clock = std::chrono::steady_clock;
   if (pending_.exchange(0) != 0) return true;
   if (milliseconds == 0) return false;
+  if (milliseconds == kNoTimeLimit) {
+    for (;;) {
+      waiting_.store(kOnFlag);
+      if (pending_.load() == 0) FutexWait(&pending_, -1);
+      waiting_.store(kNone);
+      if (pending_.exchange(0) != 0) return true;
+    }
+  }
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
