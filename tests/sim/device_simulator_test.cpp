@@ -1,7 +1,6 @@
 #include "sim/device_simulator.h"
 
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cctype>
@@ -31,12 +30,6 @@ std::string Line(const Bytes& frame) {
   CVYNCommandDump dump;
   dump.DumpAcknowledgeOrNotification(record.data());
   return dump.GetCommandDump();
-}
-
-double ProcessCpuSeconds() {
-  timespec used{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
 }
 
 class DeviceSimulatorTest : public ::testing::Test {
@@ -276,9 +269,9 @@ TEST_F(DeviceSimulatorTest, ShortNotificationPeriodsAreWaitedForNotPolled) {
   // stays away, so the simulator's own work is the only cost.
   device_.SetNotificationPeriod(milliseconds(1));
   device_.SetNotifications(true);
-  const double cpu_before = ProcessCpuSeconds();
+  const double cpu_before = vyn::test::ProcessCpuSeconds();
   std::this_thread::sleep_for(milliseconds(300));
-  EXPECT_LT(ProcessCpuSeconds() - cpu_before, 0.05);
+  EXPECT_LT(vyn::test::ProcessCpuSeconds() - cpu_before, 0.05);
   EXPECT_FALSE(port_->ReadFrame().empty());
 }
 
