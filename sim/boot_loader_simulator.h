@@ -37,26 +37,22 @@
 // removes them.
 // Thread-safety: Start(), Stop() and destruction belong to the owning
 // thread. Every other method may be called from any thread; faults take
-// effect from the next byte the chip receives. One lock guards all state; it
-// is never held while the simulator's thread waits for the line, and the
-// simulator calls nothing outside itself.
+// effect from the next byte the chip receives. One lock, the port's, guards
+// all state; it is never held while the simulator's thread waits for the
+// line, and the simulator calls nothing outside itself.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "sim/boot_loader_chip.h"
 #include "sim/boot_loader_types.h"
 #include "sim/line_clock.h"
-#include "support/pseudo_terminal.h"
+#include "sim/pluggable_port.h"
 #include "vyn/base/thread_annotations.h"
-#include "vyn/base/mutex.h"
-#include "vyn/platform/wake_up_event.h"
 
 namespace vyn::sim {
 
@@ -84,107 +80,92 @@ class BootLoaderSimulator {
   // any of them fails (nothing is left behind then), when the flash is empty
   // or larger than kMaxFlashSize, or when already running. A restart keeps
   // the chip: flash, protection and counters.
-  [[nodiscard]] bool Start() VYN_EXCLUDES(mutex_);
+  [[nodiscard]] bool Start();
+  // True when the last Start() failed because something was at the link's path.
+  bool LinkTaken() const { return port_.LinkTaken(); }
   // Stops the thread and removes terminal, link and own directory; answers
   // not yet sent are dropped. Safe to call more than once.
-  void Stop() VYN_EXCLUDES(mutex_);
-  bool IsRunning() const VYN_EXCLUDES(mutex_);
+  void Stop() { port_.Stop(); }
+  bool IsRunning() const { return port_.IsRunning(); }
 
   const BootLoaderSimulatorOptions& options() const { return options_; }
   // The path to open: the link. Set by Start() and kept until the next Start().
-  const std::string& port_path() const { return port_path_; }
+  const std::string& port_path() const { return port_.path(); }
   // The terminal device the link points to now; empty while unplugged.
-  std::string terminal_path() const VYN_EXCLUDES(mutex_);
+  std::string terminal_path() const { return port_.terminal_path(); }
 
   // A copy of the whole flash, from flash_base().
-  std::vector<uint8_t> FlashContents() const VYN_EXCLUDES(mutex_);
+  std::vector<uint8_t> FlashContents() const VYN_EXCLUDES(port_.mutex());
   uint32_t flash_base() const { return options_.flash_base; }
-  BootLoaderSimulatorCounters counters() const VYN_EXCLUDES(mutex_);
+  BootLoaderSimulatorCounters counters() const VYN_EXCLUDES(port_.mutex());
   // True once the chip has answered the connect byte, until its next reset.
-  bool IsConnected() const VYN_EXCLUDES(mutex_);
+  bool IsConnected() const VYN_EXCLUDES(port_.mutex());
   // The chip restarts and waits for the connect byte; answers not yet sent
   // are dropped. Flash and protection stay.
-  void Reset() VYN_EXCLUDES(mutex_);
-  void SetBaudRate(uint32_t baud_rate) VYN_EXCLUDES(mutex_);
+  void Reset() VYN_EXCLUDES(port_.mutex());
+  void SetBaudRate(uint32_t baud_rate) VYN_EXCLUDES(port_.mutex());
 
   // Faults.
-  void InjectNack(const NackFault& fault) VYN_EXCLUDES(mutex_);  // replaces one injected before
-  void ClearNack() VYN_EXCLUDES(mutex_);
+  void InjectNack(const NackFault& fault)
+      VYN_EXCLUDES(port_.mutex());  // replaces one injected before
+  void ClearNack() VYN_EXCLUDES(port_.mutex());
   // The ACK after `skip` more ones is not sent; the chip goes on as if it were.
-  void LoseAck(uint32_t skip = 0) VYN_EXCLUDES(mutex_);
-  void ClearLostAck() VYN_EXCLUDES(mutex_);
+  void LoseAck(uint32_t skip = 0) VYN_EXCLUDES(port_.mutex());
+  void ClearLostAck() VYN_EXCLUDES(port_.mutex());
   // A silent chip drops what it receives and answers nothing.
-  void SetSilent(bool silent) VYN_EXCLUDES(mutex_);
-  void SetChipId(uint16_t chip_id) VYN_EXCLUDES(mutex_);
-  uint16_t chip_id() const VYN_EXCLUDES(mutex_);
-  void SetVersion(uint8_t version) VYN_EXCLUDES(mutex_);
-  uint8_t version() const VYN_EXCLUDES(mutex_);
+  void SetSilent(bool silent) VYN_EXCLUDES(port_.mutex());
+  void SetChipId(uint16_t chip_id) VYN_EXCLUDES(port_.mutex());
+  uint16_t chip_id() const VYN_EXCLUDES(port_.mutex());
+  void SetVersion(uint8_t version) VYN_EXCLUDES(port_.mutex());
+  uint8_t version() const VYN_EXCLUDES(port_.mutex());
   // Every page protected, or none; Write Unprotect also lifts it.
-  void SetWriteProtected(bool on) VYN_EXCLUDES(mutex_);
-  bool IsWriteProtected() const VYN_EXCLUDES(mutex_);  // any page
+  void SetWriteProtected(bool on) VYN_EXCLUDES(port_.mutex());
+  bool IsWriteProtected() const VYN_EXCLUDES(port_.mutex());  // any page
   // Readout Unprotect also lifts it (and erases the flash).
-  void SetReadProtected(bool on) VYN_EXCLUDES(mutex_);
-  bool IsReadProtected() const VYN_EXCLUDES(mutex_);
+  void SetReadProtected(bool on) VYN_EXCLUDES(port_.mutex());
+  bool IsReadProtected() const VYN_EXCLUDES(port_.mutex());
   // Undoes the injected NACK, the lost ACK and silence, and gives chip id
   // and version their values from the options. Protection and plug stay.
-  void ClearFaults() VYN_EXCLUDES(mutex_);
+  void ClearFaults() VYN_EXCLUDES(port_.mutex());
 
   // Closes the terminal (every program on the port sees a hang-up) and
   // removes the link; the chip loses power, so it restarts and answers not
   // yet sent are gone. True once done; false when not running or the
   // simulator's thread did not answer within seconds.
-  bool Unplug() VYN_EXCLUDES(mutex_);
+  bool Unplug() { return port_.Unplug(); }
   // A new terminal under the same path, with the chip waiting for the
   // connect byte; a terminal still plugged in is closed afterwards, so this
   // also works as a quick unplug and replug. True once done; false when not
   // running or the terminal or link could not be made (the chip then stays
   // unplugged).
-  bool Replug() VYN_EXCLUDES(mutex_);
-  bool IsPlugged() const VYN_EXCLUDES(mutex_);
+  bool Replug() { return port_.Replug(); }
+  bool IsPlugged() const { return port_.IsPlugged(); }
 
  private:
-  enum class PlugRequest { kNone, kUnplug, kReplug };
-
   // One answer byte and the moment the line has carried it to the host.
   struct Outgoing {
     uint8_t value;
     Clock::time_point due;
   };
 
-  void Run() VYN_EXCLUDES(mutex_);
-  bool RequestPlugChange(PlugRequest request) VYN_EXCLUDES(mutex_);
-  // Those of the following that touch the terminal run only on the
-  // simulator's thread (and in Start() and Stop() while it does not run).
-  void ApplyPlugRequest() VYN_REQUIRES(mutex_);
-  bool PlugInNewTerminal() VYN_REQUIRES(mutex_);
-  void Unplugged() VYN_REQUIRES(mutex_);
-  void DropAnswers() VYN_REQUIRES(mutex_);
-  void ReadFromLine() VYN_REQUIRES(mutex_);
-  void WriteDueAnswers() VYN_REQUIRES(mutex_);
+  void Run() VYN_EXCLUDES(port_.mutex());
+  // A new terminal is a new cable and a chip that has just been powered;
+  // no terminal is a chip without power.
+  void LineChanged();
+  void DropAnswers() VYN_REQUIRES(port_.mutex());
+  void ReadFromLine() VYN_REQUIRES(port_.mutex());
+  void WriteDueAnswers() VYN_REQUIRES(port_.mutex());
 
   const BootLoaderSimulatorOptions options_;
-  std::string port_path_;
-  std::string own_directory_;  // removed by Stop(); empty when the caller gave one
-  std::thread thread_;
-  platform::WakeUpEvent wake_;
+  // Declared mutable for the const accessors, which take its lock.
+  mutable PluggablePort port_;
 
-  // Lock order: the only lock. It is never held while the simulator's
-  // thread waits for the line, nor while a caller waits to join that thread.
-  mutable Mutex mutex_;
-  std::condition_variable plug_changed_;  // waits on mutex_
-  bool running_ VYN_GUARDED_BY(mutex_) = false;
-  bool stop_requested_ VYN_GUARDED_BY(mutex_) = false;
-  PlugRequest plug_request_ VYN_GUARDED_BY(mutex_) = PlugRequest::kNone;
-  bool plug_result_ VYN_GUARDED_BY(mutex_) = false;
-  support::PseudoTerminal terminal_ VYN_GUARDED_BY(mutex_);
-  bool plugged_ VYN_GUARDED_BY(mutex_) = false;
-
-  BootLoaderChip chip_ VYN_GUARDED_BY(mutex_);
-  LineClock to_chip_ VYN_GUARDED_BY(mutex_);
-  LineClock to_host_ VYN_GUARDED_BY(mutex_);
-  std::deque<Outgoing> outbox_ VYN_GUARDED_BY(mutex_);
+  BootLoaderChip chip_ VYN_GUARDED_BY(port_.mutex());
+  LineClock to_chip_ VYN_GUARDED_BY(port_.mutex());
+  LineClock to_host_ VYN_GUARDED_BY(port_.mutex());
+  std::deque<Outgoing> outbox_ VYN_GUARDED_BY(port_.mutex());
   // The host does not read: wait until the terminal takes more.
-  bool write_blocked_ VYN_GUARDED_BY(mutex_) = false;
+  bool write_blocked_ VYN_GUARDED_BY(port_.mutex()) = false;
 };
 
 }  // namespace vyn::sim

@@ -25,26 +25,23 @@
 // Thread-safety: Start(), Stop() and destruction belong to the owning
 // thread. Every other method may be called from any thread while the
 // simulator runs; fault methods take effect on the simulator's thread, in
-// the order in which they were called. One lock guards all state; it is
-// never held while the simulator's thread waits for the line.
+// the order in which they were called. One lock, the port's, guards all
+// state; it is never held while the simulator's thread waits for the line.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "sim/ccpu_responder.h"
 #include "sim/device_state.h"
 #include "sim/mcpu_responder.h"
 #include "sim/notification_source.h"
 #include "sim/outbound_queue.h"
+#include "sim/pluggable_port.h"
 #include "sim/request_reader.h"
-#include "support/pseudo_terminal.h"
-#include "vyn/platform/wake_up_event.h"
+#include "vyn/base/thread_annotations.h"
 
 namespace vyn::sim {
 
@@ -89,94 +86,77 @@ class DeviceSimulator {
   // The link is created only where nothing exists yet; LinkTaken() tells
   // that this was why Start() failed.
   [[nodiscard]] bool Start();
-  bool LinkTaken() const;
+  bool LinkTaken() const { return port_.LinkTaken(); }
   // Stops the thread and removes terminal, link and own directory; safe to
   // call more than once. The link is removed only while it still points to
   // this simulator's terminal.
-  void Stop();
-  bool IsRunning() const;
+  void Stop() { port_.Stop(); }
+  bool IsRunning() const { return port_.IsRunning(); }
 
   // The path to open: the link. Set by Start() and kept until the next Start().
-  const std::string& port_path() const { return port_path_; }
+  const std::string& port_path() const { return port_.path(); }
   // The terminal device the link points to now; empty while unplugged.
-  std::string terminal_path() const;
+  std::string terminal_path() const { return port_.terminal_path(); }
 
   // Faults for the next frames sent (see outbound_queue.h).
-  void DropByte();
-  void CorruptChecksum(ChecksumKind kind);
-  void SendGarbage(size_t count);
-  void Stall(std::chrono::milliseconds duration);
+  void DropByte() VYN_EXCLUDES(port_.mutex());
+  void CorruptChecksum(ChecksumKind kind) VYN_EXCLUDES(port_.mutex());
+  void SendGarbage(size_t count) VYN_EXCLUDES(port_.mutex());
+  void Stall(std::chrono::milliseconds duration) VYN_EXCLUDES(port_.mutex());
   // The default pause outlasts the 2-second limit after which a receiver
   // gives up a frame that stopped coming.
-  void SplitNextFrame(std::chrono::milliseconds pause = std::chrono::milliseconds(2500));
+  void SplitNextFrame(std::chrono::milliseconds pause = std::chrono::milliseconds(2500))
+      VYN_EXCLUDES(port_.mutex());
   // Undoes the faults not yet spent: ends a stall, forgets garbage not yet
   // sent, disarms the faults armed for the next frames.
-  void ClearFaults();
+  void ClearFaults() VYN_EXCLUDES(port_.mutex());
 
   // Closes the terminal (every program holding the port sees a hang-up) and
   // removes the link. True once done; false when not running or the
   // simulator's thread did not answer within seconds.
-  bool Unplug();
+  bool Unplug() { return port_.Unplug(); }
   // Opens a new terminal and points the link at it in one step; a terminal
   // still plugged in is closed afterwards, so this also works as a quick
   // unplug-and-replug. True once done; false when not running or the
   // terminal or link could not be made (the device then stays as it was), or
   // the link was replaced by someone else meanwhile.
-  bool Replug();
-  bool IsPlugged() const;
+  bool Replug() { return port_.Replug(); }
+  bool IsPlugged() const { return port_.IsPlugged(); }
 
-  void SetNotifications(bool enabled);
-  void SetNotificationPeriod(std::chrono::milliseconds period);
-  void SetTwoChannelInput(bool two_channels);
+  void SetNotifications(bool enabled) VYN_EXCLUDES(port_.mutex());
+  void SetNotificationPeriod(std::chrono::milliseconds period) VYN_EXCLUDES(port_.mutex());
+  void SetTwoChannelInput(bool two_channels) VYN_EXCLUDES(port_.mutex());
 
-  DeviceSimulatorCounters counters() const;
+  DeviceSimulatorCounters counters() const VYN_EXCLUDES(port_.mutex());
 
  private:
-  enum class PlugRequest { kNone, kUnplug, kReplug };
-
-  void Run();
-  bool RequestPlugChange(PlugRequest request);
-  // The following run on the simulator's thread with `mutex_` held.
-  void ApplyPlugRequest();
-  bool PlugInNewTerminal();
-  void PeerLeft();
-  void Tick(Clock::time_point now);
-  void ReadRequests(Clock::time_point now);
-  void Answer(const ReceivedFrame& request);
-  void WriteQueued(Clock::time_point now);
-  Clock::time_point NextWakeUp(Clock::time_point now, bool* want_write);
+  void Run() VYN_EXCLUDES(port_.mutex());
+  // A new terminal or none: whatever was under way on the old one is lost.
+  void LineChanged();
+  // The following run on the simulator's thread with the port's lock held.
+  void PeerLeft() VYN_REQUIRES(port_.mutex());
+  void Tick(Clock::time_point now) VYN_REQUIRES(port_.mutex());
+  void ReadRequests(Clock::time_point now) VYN_REQUIRES(port_.mutex());
+  void Answer(const ReceivedFrame& request) VYN_REQUIRES(port_.mutex());
+  void WriteQueued(Clock::time_point now) VYN_REQUIRES(port_.mutex());
+  Clock::time_point NextWakeUp(Clock::time_point now, bool* want_write) VYN_REQUIRES(port_.mutex());
 
   const DeviceSimulatorOptions options_;
-  std::string port_path_;
-  std::string own_directory_;  // removed by Stop(); empty when the caller gave one
-  std::thread thread_;
-  platform::WakeUpEvent wake_;
+  // Declared mutable for the const accessors, which take its lock.
+  mutable PluggablePort port_;
 
-  // Lock order: the only lock; never held while waiting for the line.
-  mutable std::mutex mutex_;
-  std::condition_variable plug_changed_;
-  bool running_ = false;
-  bool stop_requested_ = false;
-  PlugRequest plug_request_ = PlugRequest::kNone;
-  bool plug_result_ = false;
-  bool link_taken_ = false;
-  // Changed only by the simulator's thread (under the lock), so that thread
-  // may read them without it.
-  support::PseudoTerminal terminal_;
-  bool plugged_ = false;
-  bool peer_present_ = false;
-
-  DeviceState state_;
-  CcpuResponder ccpu_{state_};
-  McpuResponder mcpu_{state_};
-  NotificationSource notification_source_{state_};
-  RequestReader reader_;
-  OutboundQueue queue_;
-  bool notifications_enabled_;
-  std::chrono::milliseconds notification_period_;
-  Clock::time_point next_notification_{};
-  Clock::time_point next_tick_{};
-  DeviceSimulatorCounters counters_;
+  bool peer_present_ VYN_GUARDED_BY(port_.mutex()) = false;
+  DeviceState state_ VYN_GUARDED_BY(port_.mutex());
+  CcpuResponder ccpu_ VYN_GUARDED_BY(port_.mutex()){state_};
+  McpuResponder mcpu_ VYN_GUARDED_BY(port_.mutex()){state_};
+  NotificationSource notification_source_ VYN_GUARDED_BY(port_.mutex()){state_};
+  RequestReader reader_ VYN_GUARDED_BY(port_.mutex());
+  OutboundQueue queue_ VYN_GUARDED_BY(port_.mutex());
+  bool notifications_enabled_ VYN_GUARDED_BY(port_.mutex());
+  std::chrono::milliseconds notification_period_ VYN_GUARDED_BY(port_.mutex());
+  Clock::time_point next_notification_ VYN_GUARDED_BY(port_.mutex()){};
+  Clock::time_point next_tick_ VYN_GUARDED_BY(port_.mutex()){};
+  DeviceSimulatorCounters counters_ VYN_GUARDED_BY(port_.mutex());
 };
 
 }  // namespace vyn::sim

@@ -6,9 +6,9 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -19,12 +19,7 @@ namespace vyn::test {
 class TestPort {
  public:
   explicit TestPort(const std::string& path)
-      : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
-    termios settings{};
-    if (fd_ < 0 || tcgetattr(fd_, &settings) != 0) return;
-    cfmakeraw(&settings);
-    tcsetattr(fd_, TCSANOW, &settings);
-  }
+      : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
   ~TestPort() {
     if (fd_ >= 0) close(fd_);
   }
@@ -32,25 +27,22 @@ class TestPort {
   TestPort& operator=(const TestPort&) = delete;
 
   bool is_open() const { return fd_ >= 0; }
-
   bool Send(const Bytes& bytes) {
     return write(fd_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
   }
-
-  // Up to `count` bytes: what arrives until the line has been quiet for
-  // `quiet_ms`.
+  // Up to `count` bytes: what arrives until the line has been quiet for `quiet_ms`.
   Bytes Read(size_t count, int quiet_ms = 3000) {
-    Bytes got;
+    Bytes got(count);
+    size_t size = 0;
     pollfd watched{fd_, POLLIN, 0};
-    unsigned char buffer[512];
-    while (got.size() < count && poll(&watched, 1, quiet_ms) > 0) {
-      const ssize_t n = read(fd_, buffer, std::min(sizeof buffer, count - got.size()));
+    while (size < count && poll(&watched, 1, quiet_ms) > 0) {
+      const ssize_t n = read(fd_, got.data() + size, count - size);
       if (n <= 0) break;
-      got.insert(got.end(), buffer, buffer + n);
+      size += static_cast<size_t>(n);
     }
+    got.resize(size);
     return got;
   }
-
   // The next frame, as long as its header says; empty when none comes.
   Bytes ReadFrame() {
     Bytes frame = Read(4);
@@ -58,9 +50,7 @@ class TestPort {
     if (frame.size() < (frame.empty() || frame[0] == 0x42 ? 7u : 4u)) return {};
     return Cat({frame, Read(FrameLength(frame) - frame.size())});
   }
-
   Bytes Ask(const Bytes& request) { return Send(request) ? ReadFrame() : Bytes{}; }
-
   // True when the line reports a hang-up within `limit_ms` and reading it
   // gives end of input or EIO, as a port whose device is gone does.
   bool WaitForHangUp(int limit_ms) {
@@ -74,5 +64,13 @@ class TestPort {
  private:
   int fd_;
 };
+
+// CPU time of the whole process so far, for telling a waiting thread from a
+// spinning one.
+inline double ProcessCpuSeconds() {
+  timespec used{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
+}
 
 }  // namespace vyn::test

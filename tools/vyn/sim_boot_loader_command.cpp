@@ -1,7 +1,6 @@
 // vyn sim bootloader: a simulated STM32 system bootloader on a
 // pseudo-terminal, steered from standard input so that a person or a script
 // can inject faults while a firmware update runs against it.
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -242,11 +241,8 @@ int RunSimBootLoader(BootSimOptions options) {
   options.settings.page_erase_time = std::chrono::milliseconds(options.erase_ms);
   sim::BootLoaderSimulator chip(options.settings);
   if (!chip.Start()) {
-    // A failed start leaves nothing behind, so whatever is at the link's
-    // path is someone else's.
-    struct stat existing {};
-    const bool taken = !chip.port_path().empty() && lstat(chip.port_path().c_str(), &existing) == 0;
-    return ReportSimulatorStartFailure("vyn sim bootloader", "chip", chip.port_path(), taken);
+    return ReportSimulatorStartFailure("vyn sim bootloader", "chip", chip.port_path(),
+                                       chip.LinkTaken());
   }
   RunSimulatorConsole(input, chip.port_path(),
                       [&chip](const auto& words) { return RunCommand(chip, words); });
