@@ -5,8 +5,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <termios.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -65,12 +65,22 @@ class TestPort {
   int fd_;
 };
 
-// CPU time of the whole process so far, for telling a waiting thread from a
-// spinning one.
-inline double ProcessCpuSeconds() {
-  timespec used{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
-}
+// What the whole process has used so far, for telling a waiting thread from
+// a spinning one on a machine with or without other load: a spinning thread
+// uses CPU where it has a core to itself and is preempted where it has not,
+// while a waiting one gives the CPU up itself.
+struct ProcessUsage {
+  ProcessUsage() {
+    rusage used{};
+    getrusage(RUSAGE_SELF, &used);
+    cpu_seconds = static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
+                  static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec) * 1e-6;
+    waits = used.ru_nvcsw;
+    preemptions = used.ru_nivcsw;
+  }
+  double cpu_seconds;
+  long waits;
+  long preemptions;
+};
 
 }  // namespace vyn::test
