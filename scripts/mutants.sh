@@ -49,8 +49,14 @@ for list in scripts/mutants/*.txt; do
   area=$(basename "$list" .txt)
   [ -n "$only_area" ] && [ "$area" != "$only_area" ] && continue
   index=0
-  while IFS=$'\t' read -r name file find replace labels || [ -n "$name" ]; do
-    case "$name" in '' | '#'*) continue ;; esac
+  while IFS= read -r line || [ -n "$line" ]; do
+    case "$line" in '' | '#'*) continue ;; esac
+    # Split by hand: read with IFS=tab would merge an empty replacement
+    # with its neighbours, since a tab counts as white space there.
+    name=${line%%$'\t'*}; line=${line#*$'\t'}
+    file=${line%%$'\t'*}; line=${line#*$'\t'}
+    find=${line%%$'\t'*}; line=${line#*$'\t'}
+    replace=${line%%$'\t'*}; labels=${line#*$'\t'}
     index=$((index + 1))
     [ -n "$only_index" ] && [ "$index" != "$only_index" ] && continue
     tag="$area/$index $name"
