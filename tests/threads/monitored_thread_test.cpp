@@ -195,17 +195,22 @@ TEST(LifecycleRaceTest, RenamingItselfWhileTheOwnerWaits) {
   });
 }
 
-// Two owners stop the same thread at once: both return after its end, and
-// a start in between finds the object still busy.
+// Two owners stop the same thread at once: each returns only after its end,
+// and the object can start again.
 TEST(LifecycleRaceTest, TwoOwnersStopOneThread) {
   Race(500, [] {
     CVYNMonitoredThread thread;
     ASSERT_EQ(thread.CreateThread(&BeatUntilStopped, &thread, nullptr, 0, 0, true),
               VYN_STATUS_SUCCESS);
-    std::thread second([&] { thread.DestroyThread(true); });
+    std::atomic<bool> second_saw_the_end{false};
+    std::thread second([&] {
+      thread.DestroyThread(true);
+      second_saw_the_end = thread.GetThreadID() == CVYNThread::kNoThreadId;
+    });
     thread.DestroyThread(true);
-    second.join();
     EXPECT_EQ(thread.GetThreadID(), CVYNThread::kNoThreadId);
+    second.join();
+    EXPECT_TRUE(second_saw_the_end);
     EXPECT_EQ(thread.CreateThread(&BeatUntilStopped, &thread, nullptr, 0, 0, true),
               VYN_STATUS_SUCCESS);
     thread.DestroyThread(true);
