@@ -11,25 +11,19 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
-// Holds `lock` on another thread for `hold`, once the test has seen it taken.
-class Holder {
- public:
-  Holder(CRITICAL_SECTION* lock, std::chrono::milliseconds hold)
-      : thread_([this, lock, hold] {
-          EnterCriticalSection(lock);
-          taken_ = true;
-          std::this_thread::sleep_for(hold);
-          LeaveCriticalSection(lock);
-        }) {
-    while (!taken_) std::this_thread::yield();
-  }
-  ~Holder() { thread_.join(); }
-
- private:
-  std::atomic<bool> taken_{false};
-  std::thread thread_;
-};
+// Takes `lock` on another thread and holds it until `release` is set.
+void HoldOnAnotherThread(CRITICAL_SECTION* lock, std::atomic<bool>* release, std::thread* holder) {
+  std::atomic<bool> taken{false};
+  *holder = std::thread([lock, release, &taken] {
+    EnterCriticalSection(lock);
+    taken = true;
+    while (!*release) std::this_thread::sleep_for(milliseconds(1));
+    LeaveCriticalSection(lock);
+  });
+  while (!taken) std::this_thread::yield();
+}
 
 bool FreeForOthers(CRITICAL_SECTION* lock) {
   bool free = false;
@@ -40,27 +34,29 @@ bool FreeForOthers(CRITICAL_SECTION* lock) {
   return free;
 }
 
-TEST(SynchronizeTest, TimedEnterGivesUpAfterItsLimitAndHoldsNothing) {
+// A timed enter gives up after its limit and holds nothing; a limit of zero
+// waits for the owner to let go.
+TEST(SynchronizeTest, TimedEnterGivesUpAndLimitZeroWaits) {
   CRITICAL_SECTION lock;
-  Holder holder(&lock, std::chrono::milliseconds(400));
+  std::atomic<bool> release{false};
+  std::thread holder;
+  HoldOnAnotherThread(&lock, &release, &holder);
   CVYNSynchronize guard(&lock, false);
   const auto start = Clock::now();
-  EXPECT_EQ(guard.Enter(50), VYN_STATUS_TIMEOUT);
-  const auto waited = Clock::now() - start;
-  EXPECT_GE(waited, std::chrono::milliseconds(50));
-  EXPECT_LT(waited, std::chrono::milliseconds(390));
-  // Not entered: Leave has nothing to give back.
-  EXPECT_EQ(guard.Leave(), VYN_STATUS_SUCCESS);
-}
-
-TEST(SynchronizeTest, LimitZeroWaitsUntilTheOwnerLetsGo) {
-  CRITICAL_SECTION lock;
-  const auto start = Clock::now();
-  Holder holder(&lock, std::chrono::milliseconds(150));
-  CVYNSynchronize guard(&lock, false);
+  EXPECT_EQ(guard.Enter(30), VYN_STATUS_TIMEOUT);
+  EXPECT_GE(Clock::now() - start, milliseconds(30));
+  EXPECT_EQ(guard.Leave(), VYN_STATUS_SUCCESS);  // not entered: nothing to give back
+  std::thread releaser([&] {
+    std::this_thread::sleep_for(milliseconds(30));
+    release = true;
+  });
   EXPECT_EQ(guard.Enter(0), VYN_STATUS_SUCCESS);
-  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(140));
+  EXPECT_TRUE(release);
+  EXPECT_FALSE(FreeForOthers(&lock));
   EXPECT_EQ(guard.Leave(), VYN_STATUS_SUCCESS);
+  EXPECT_TRUE(FreeForOthers(&lock));
+  releaser.join();
+  holder.join();
 }
 
 TEST(SynchronizeTest, TakesItsLockOnceAndIsReentrantAcrossGuards) {

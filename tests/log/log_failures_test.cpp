@@ -1,6 +1,7 @@
 // The log when its files fail: no folder, a folder it may not write, a full
 // disk, a failing device. It tells why, names only its own file, keeps whole
 // lines, counts every entry it could not write and leaves no empty files.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,32 +19,40 @@
 namespace vyn::test {
 namespace {
 
+using ::testing::HasSubstr;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
-// Puts the seams back however the test ends.
-struct SeamReset {
-  ~SeamReset() {
+// Retries come after a few milliseconds, and the seams are put back however
+// the test ends.
+class LogFailureTest : public LogTest {
+ protected:
+  LogFailureTest() {
+    vyn::testing::SetSystemLogRetryInterval(kRetryMs);
+    log_.SetEnableOutput(true);
+  }
+  ~LogFailureTest() override {
     vyn::testing::SetSystemLogFreeSpace(-1);
     vyn::testing::SetSystemLogRetryInterval(10000);
   }
+  // Waits until the next entry makes the log try a new file.
+  static void PassRetryInterval() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(kRetryMs + 10));
+  }
+
+  static constexpr uint32_t kRetryMs = 20;
+  CMemoryEdit view_;
 };
 
-TEST_F(LogTest, WithoutAFileTheReasonIsToldAndTheViewStillGetsEverything) {
+TEST_F(LogFailureTest, WithoutAFileTheReasonIsToldAndTheViewStillGetsEverything) {
   WriteFile("Logs", "a file where the directory should be");
   const std::string logs = std::filesystem::current_path().string() + "/Logs/VYN System Log ";
-  CMemoryEdit view;
-  log_.SetEnableOutput(true);
   const int64_t lost = log_.GetLostEntryCount();
   CaptureStderr();
-  ASSERT_EQ(log_.Initialize(&view, "", ""), VYN_STATUS_SUCCESS);
+  ASSERT_EQ(log_.Initialize(&view_, "", ""), VYN_STATUS_SUCCESS);
   const std::string told = GetCapturedStderr();  // at once, not when the thread gets to it
-  EXPECT_TRUE(Contains(told, logs)) << told;
-  EXPECT_TRUE(Contains(told, ": Not a directory")) << told;
+  EXPECT_THAT(told, HasSubstr(logs));
+  EXPECT_THAT(told, HasSubstr(": Not a directory"));
   EXPECT_EQ(log_.GetFilePath(), "");
   log_.AddOutput("to the view", VYN_EVENT_ERROR);
   log_.Terminate();
@@ -52,26 +61,26 @@ TEST_F(LogTest, WithoutAFileTheReasonIsToldAndTheViewStillGetsEverything) {
     TempDir doomed;
     ScopedCurrentDirectory inside(doomed.path());
     std::filesystem::remove(doomed.path());
-    ASSERT_EQ(log_.Initialize(&view, "", ""), VYN_STATUS_SUCCESS);
+    ASSERT_EQ(log_.Initialize(&view_, "", ""), VYN_STATUS_SUCCESS);
     log_.AddOutput("still shown", VYN_EVENT_ERROR);
     log_.Terminate();
     EXPECT_EQ(log_.GetFilePath(), "");
   }
-  const std::string shown = view.GetWindowText();
+  const std::string shown = view_.GetWindowText();
   // Per start: the reason, the start entry, the text and the run's loss;
   // the error entries offered while Initialize runs are refused.
   EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 8) << shown;
-  EXPECT_TRUE(Contains(shown, "> Entries of this run that are in no logfile: 2.\r\n")) << shown;
-  EXPECT_TRUE(Contains(shown, "> The logfile could not be created. " + logs)) << shown;
-  EXPECT_TRUE(Contains(shown, ".csv: Not a directory\r\n")) << shown;
-  EXPECT_TRUE(Contains(shown, "> The current directory can not be determined")) << shown;
-  EXPECT_TRUE(Contains(shown, "> to the view\r\n"));
-  EXPECT_TRUE(Contains(shown, "> still shown\r\n"));
+  EXPECT_THAT(shown, HasSubstr("> Entries of this run that are in no logfile: 2.\r\n"));
+  EXPECT_THAT(shown, HasSubstr("> The logfile could not be created. " + logs));
+  EXPECT_THAT(shown, HasSubstr(".csv: Not a directory\r\n"));
+  EXPECT_THAT(shown, HasSubstr("> The current directory can not be determined"));
+  EXPECT_THAT(shown, HasSubstr("> to the view\r\n"));
+  EXPECT_THAT(shown, HasSubstr("> still shown\r\n"));
   EXPECT_EQ(log_.GetLostEntryCount(), lost + 4);
   EXPECT_TRUE(std::filesystem::is_regular_file("Logs"));
 }
 
-TEST_F(LogTest, AnOldFileIsNotTakenForTheLogsOwnWhenNoneCanBeCreated) {
+TEST_F(LogFailureTest, AnOldFileIsNotTakenForTheLogsOwnWhenNoneCanBeCreated) {
   std::filesystem::create_directory("Logs");
   WriteFile("Logs/Old 2020-01-01 00-00-00.csv", "Number\r\n");
   // A name longer than the file system allows fails for every user.
@@ -87,7 +96,7 @@ TEST_F(LogTest, AnOldFileIsNotTakenForTheLogsOwnWhenNoneCanBeCreated) {
   log_.Terminate();
   chmod("Logs", 0755);
   EXPECT_EQ(log_.GetFilePath(), "");
-  EXPECT_TRUE(Contains(told, ": Permission denied")) << told;
+  EXPECT_THAT(told, HasSubstr(": Permission denied"));
   EXPECT_EQ(LogFiles(), std::vector<std::string>{"Logs/Old 2020-01-01 00-00-00.csv"});
 }
 
@@ -99,22 +108,16 @@ TEST_F(LogTest, TwoLogsInOneFolderEachNameTheirOwnFile) {
   other.AddOutput("the other's", VYN_EVENT_ERROR);
   log_.Terminate();
   other.Terminate();
-  const std::string mine = log_.GetFilePath();
-  const std::string theirs = other.GetFilePath();
   ASSERT_EQ(LogFiles().size(), 2u);
-  ASSERT_NE(mine, theirs);
-  EXPECT_EQ(ReadEntries(mine).back()[kText], "mine");
-  EXPECT_EQ(ReadEntries(theirs).back()[kText], "the other's");
+  ASSERT_NE(log_.GetFilePath(), other.GetFilePath());
+  EXPECT_EQ(ReadEntries(log_.GetFilePath()).back()[kText], "mine");
+  EXPECT_EQ(ReadEntries(other.GetFilePath()).back()[kText], "the other's");
 }
 
-TEST_F(LogTest, AFullDiskLeavesWholeLinesAnExactLostCountAndNoEmptyFiles) {
-  SeamReset reset;
-  vyn::testing::SetSystemLogRetryInterval(100);
-  CMemoryEdit view;
-  log_.SetEnableOutput(true);
+TEST_F(LogFailureTest, AFullDiskLeavesWholeLinesAnExactLostCountAndNoEmptyFiles) {
   const int64_t number = Statistics()[0];
   const int64_t lost = log_.GetLostEntryCount();
-  ASSERT_EQ(log_.Initialize(&view, "Full", "V 3"), VYN_STATUS_SUCCESS);
+  ASSERT_EQ(log_.Initialize(&view_, "Full", "V 3"), VYN_STATUS_SUCCESS);
   log_.AddOutput("kept", VYN_EVENT_ERROR);
   WaitUntilWritten();
   const std::string first = log_.GetFilePath();
@@ -125,13 +128,12 @@ TEST_F(LogTest, AFullDiskLeavesWholeLinesAnExactLostCountAndNoEmptyFiles) {
   CaptureStderr();
   for (int i = 0; i < 50; ++i) log_.AddOutput("line " + std::to_string(i), VYN_EVENT_ERROR);
   WaitUntilWritten();
-  const std::string told = GetCapturedStderr();
   // How many of them that first write lost depends on how the thread took
   // them off the queue; the total comes at the end of the run.
-  EXPECT_TRUE(Contains(told, first + " failed: No space left on device; ")) << told;
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr(first + " failed: No space left on device; "));
   // Each retry creates a file, fails on its header and removes it again.
   for (int retry = 0; retry < 3; ++retry) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    PassRetryInterval();
     log_.AddOutput("retry " + std::to_string(retry), VYN_EVENT_ERROR);
     WaitUntilWritten();
   }
@@ -146,14 +148,13 @@ TEST_F(LogTest, AFullDiskLeavesWholeLinesAnExactLostCountAndNoEmptyFiles) {
 
   // Room again: the next retry starts a file that holds the entries.
   vyn::testing::SetSystemLogFreeSpace(-1);
-  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  PassRetryInterval();
   log_.AddOutput("after the retry", VYN_EVENT_ERROR);
   WaitUntilWritten();
   CaptureStderr();
   log_.Terminate();
-  EXPECT_TRUE(Contains(GetCapturedStderr(), "Entries of this run that are in no logfile: 52.\n"));
-  const std::vector<std::string> files = LogFiles();
-  ASSERT_EQ(files.size(), 2u);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("Entries of this run that are in no logfile: 52.\n"));
+  ASSERT_EQ(LogFiles().size(), 2u);
   const std::string second = log_.GetFilePath();
   EXPECT_NE(second, first);
   const std::vector<Record> later = ReadEntries(second);
@@ -167,18 +168,12 @@ TEST_F(LogTest, AFullDiskLeavesWholeLinesAnExactLostCountAndNoEmptyFiles) {
   EXPECT_EQ(numbers.size(), kept.size() + later.size());
   EXPECT_EQ(log_.GetLostEntryCount() - lost, 49 + 3);
   EXPECT_EQ(static_cast<int64_t>(numbers.size()) + 49 + 3, Statistics()[0] - number);
-
-  const std::string shown = view.GetWindowText();
-  EXPECT_TRUE(Contains(shown, "> Writing the logfile " + first + " failed")) << shown;
-  EXPECT_TRUE(Contains(shown, "the file held no entry and was removed.\r\n")) << shown;
+  EXPECT_THAT(view_.GetWindowText(), HasSubstr("> Writing the logfile " + first + " failed"));
+  EXPECT_THAT(view_.GetWindowText(), HasSubstr("the file held no entry and was removed.\r\n"));
 }
 
-TEST_F(LogTest, AFailingDeviceLosesItsLinesAndANewFileFollows) {
-  SeamReset reset;
-  vyn::testing::SetSystemLogRetryInterval(200);
-  CMemoryEdit view;
-  log_.SetEnableOutput(true);
-  ASSERT_EQ(log_.Initialize(&view, "Broken", "V 3"), VYN_STATUS_SUCCESS);
+TEST_F(LogFailureTest, AFailingDeviceLosesItsLinesAndANewFileFollows) {
+  ASSERT_EQ(log_.Initialize(&view_, "Broken", "V 3"), VYN_STATUS_SUCCESS);
   log_.AddOutput("kept", VYN_EVENT_ERROR);
   WaitUntilWritten();
   const int64_t lost = log_.GetLostEntryCount();
@@ -186,7 +181,7 @@ TEST_F(LogTest, AFailingDeviceLosesItsLinesAndANewFileFollows) {
   for (int i = 0; i < 5; ++i) log_.AddOutput("lost " + std::to_string(i), VYN_EVENT_ERROR);
   WaitUntilWritten();
   EXPECT_EQ(log_.GetLostEntryCount(), lost + 5);
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  PassRetryInterval();
   log_.AddOutput("after the retry", VYN_EVENT_ERROR);
   WaitUntilWritten();
   log_.Terminate();
@@ -197,7 +192,7 @@ TEST_F(LogTest, AFailingDeviceLosesItsLinesAndANewFileFollows) {
   const std::vector<Record> second = ReadEntries(files[1]);
   ASSERT_EQ(second.size(), 2u);
   EXPECT_EQ(second[0][kText] + ", " + second[1][kText], "after the retry, Broken V 3");
-  EXPECT_TRUE(Contains(view.GetWindowText(), "> lost 4\r\n"));
+  EXPECT_THAT(view_.GetWindowText(), HasSubstr("> lost 4\r\n"));
 }
 
 }  // namespace

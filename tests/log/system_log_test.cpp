@@ -79,25 +79,24 @@ TEST_F(LogTest, WritesFileAndScreenLinesByteForByte) {
   EXPECT_EQ(at(1).size(), std::string("2018-11-28;14:28:25;042").size());
 }
 
-// Records the calls that the log sends to its view.
+// Records the calls that the log sends to its view (read after Terminate).
 class RecordingEdit : public CMemoryEdit {
  public:
-  void SetRedraw(bool on) override { Note(on ? "SetRedraw(1)" : "SetRedraw(0)"); }
+  void SetRedraw(bool on) override { calls += on ? "SetRedraw(1) " : "SetRedraw(0) "; }
   void GetSel(int& start, int& end) const override {
-    Note("GetSel");
+    calls += "GetSel ";
     CMemoryEdit::GetSel(start, end);
   }
   void SetSel(int start, int end) override {
-    Note("SetSel(" + std::to_string(start) + "," + std::to_string(end) + ")");
+    calls += "SetSel(" + std::to_string(start) + "," + std::to_string(end) + ") ";
     CMemoryEdit::SetSel(start, end);
   }
   void ReplaceSel(const std::string& text, bool undo) override {
-    Note(undo ? "ReplaceSel(undo)" : "ReplaceSel");
+    calls += undo ? "ReplaceSel(undo) " : "ReplaceSel ";
     CMemoryEdit::ReplaceSel(text, undo);
   }
-  void ScrollCaret() override { Note("ScrollCaret"); }
-  void Note(const std::string& call) const { calls += call + " "; }
-  mutable std::string calls;  // read after Terminate only
+  void ScrollCaret() override { calls += "ScrollCaret "; }
+  mutable std::string calls;
 };
 
 TEST_F(LogTest, SendsTheViewItsSequenceAndKeepsTheUsersSelection) {

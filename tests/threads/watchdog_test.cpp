@@ -1,48 +1,49 @@
-// The watchdog's verdicts end in a frozen or ended process, so each case runs
-// in a child process of its own (death tests, re-executed "threadsafe").
+// The watchdog's verdicts end in a frozen or ended process, so each hang runs
+// in a child process of its own (death tests, re-executed "threadsafe"). The
+// watchdog's clock is set, not waited for: a hang is found at its first check.
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <thread>
 
 #include "vyn/core/status.h"
 #include "vyn/platform/crash.h"
+#include "vyn/platform/system_time.h"
 #include "vyn/threads/internal/thread_monitor_testing.h"
 #include "vyn/threads/monitored_thread.h"
 #include "vyn/threads/thread_monitor.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr int64_t kOneSecond100ns = 10000000;
 constexpr int64_t kThreshold100ns = 300 * kOneSecond100ns;
 
+// A thread that stamps a heartbeat every few milliseconds or, when silent,
+// one heartbeat before its start is signalled and none after it.
 struct Beating {
+  explicit Beating(bool silent_after_start = false) : silent(silent_after_start) {
+    thread.CreateThread(&Beat, this, nullptr, 0, 0, true);
+  }
+  static int32_t Beat(void* raw) {
+    auto* self = static_cast<Beating*>(raw);
+    self->thread.UpdateStatus();
+    self->thread.SignalStart();
+    while (self->thread.IsRunning()) {
+      if (!self->silent) self->thread.UpdateStatus();
+      ++self->rounds;
+      self->thread.Sleep(2);
+    }
+    return 0;
+  }
   CVYNMonitoredThread thread;
   std::atomic<int> rounds{0};
-  int period_ms = 20;
-  bool stop_stamping_after_first = false;
+  const bool silent;
 };
-
-int32_t Beat(void* raw) {
-  auto* beating = static_cast<Beating*>(raw);
-  beating->thread.SignalStart();
-  while (beating->thread.IsRunning()) {
-    if (!beating->stop_stamping_after_first || beating->rounds == 0) {
-      beating->thread.UpdateStatus();
-    }
-    ++beating->rounds;
-    beating->thread.Sleep(static_cast<uint32_t>(beating->period_ms));
-  }
-  return 0;
-}
 
 // Ends the child with the reason on standard error, which the death test
 // shows when it fails.
@@ -51,78 +52,12 @@ int32_t Beat(void* raw) {
   std::_Exit(1);
 }
 
-bool WaitFor(const std::function<bool()>& condition, std::chrono::seconds limit) {
-  const auto deadline = Clock::now() + limit;
-  while (!condition()) {
-    if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(milliseconds(10));
-  }
-  return true;
-}
+void SleepMs(int ms) { std::this_thread::sleep_for(milliseconds(ms)); }
 
-// Child: a healthy thread and one that stops stamping; exits 0 when the hang
-// was found, every monitored thread froze, and a stop still releases them.
-void HangFreezesEveryMonitoredThread() {
-  vyn::testing::SetThreadMonitorTiming(kOneSecond100ns, 50);
-  Beating healthy;
-  Beating silent;
-  silent.stop_stamping_after_first = true;
-  healthy.thread.CreateThread(&Beat, &healthy, nullptr, 0, 0, true);
-  silent.thread.CreateThread(&Beat, &silent, nullptr, 0, 0, true);
-  CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
-  if (monitor.Initialize() != VYN_STATUS_SUCCESS) Fail("the watchdog did not start");
-  if (monitor.Initialize() != VYN_STATUS_BUSY) Fail("a second start was not refused as busy");
-  // The healthy thread alone for a while: no verdict.
-  std::this_thread::sleep_for(milliseconds(300));
-  if (monitor.IsObjectTimeout()) Fail("a hang was reported while every thread was healthy");
-  if (!WaitFor([&] { return monitor.IsObjectTimeout(); }, std::chrono::seconds(20))) {
-    Fail("the silent thread was never reported as hung");
-  }
-  // Give the healthy thread time to reach its next heartbeat, then watch it.
-  std::this_thread::sleep_for(milliseconds(200));
-  const int frozen_at = healthy.rounds;
-  std::this_thread::sleep_for(milliseconds(500));
-  if (healthy.rounds != frozen_at) Fail("the healthy thread went on after the hang");
-  // A heartbeat from any other thread now stays in the freeze: through the
-  // object of a running thread, and through an object that has no thread of
-  // its own (an application thread that only stamps heartbeats).
-  static CVYNMonitoredThread heartbeat_only;
-  std::atomic<int> returned{0};
-  std::thread([&] {
-    healthy.thread.UpdateStatus();
-    ++returned;
-  }).detach();
-  std::thread([&] {
-    heartbeat_only.UpdateStatus();
-    ++returned;
-  }).detach();
-  std::this_thread::sleep_for(milliseconds(300));
-  if (returned != 0) Fail("a heartbeat from another thread returned after the hang");
-  // An explicit stop releases the frozen threads.
-  healthy.thread.DestroyThread(true);
-  silent.thread.DestroyThread(true);
-  std::_Exit(0);
-}
-
-// Child: with crash handlers marked installed, the hang ends the process
-// through the end-of-process signal.
-void HangEndsTheProcessWhenHandlersAreInstalled() {
-  vyn::testing::SetThreadMonitorTiming(kOneSecond100ns, 50);
-  vyn::platform::MarkCrashHandlersInstalled();
-  Beating silent;
-  silent.stop_stamping_after_first = true;
-  silent.thread.CreateThread(&Beat, &silent, nullptr, 0, 0, true);
-  GetVYNThreadMonitor().Initialize();
-  std::this_thread::sleep_for(std::chrono::seconds(30));
-  Fail("the watchdog did not end the process");
-}
-
-// Child: a heartbeat exactly 300 s old is in order; 100 ns more is a hang.
-// The watchdog's clock is set, not waited for.
+// Child: a heartbeat exactly 300 s old is in order, one from the future too;
+// 100 ns more is a hang.
 void ThresholdIsThreeHundredSecondsExactly() {
-  Beating once;
-  once.stop_stamping_after_first = true;
-  once.thread.CreateThread(&Beat, &once, nullptr, 0, 0, true);
+  Beating once(true);
   CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
   const int64_t last = once.thread.GetLastTimestamp();
   if (last == 0) Fail("the thread stamped no heartbeat");
@@ -138,35 +73,85 @@ void ThresholdIsThreeHundredSecondsExactly() {
   std::_Exit(0);
 }
 
-TEST(WatchdogDeathTest, ThresholdIsThreeHundredSecondsExactly) {
+// Child: the running watchdog finds the silent thread; every monitored thread
+// then freezes at its next heartbeat, whoever stamps it, until its owner
+// stops it.
+void HangFreezesEveryMonitoredThread() {
+  vyn::testing::SetThreadMonitorTiming(kThreshold100ns, 5);
+  Beating silent(true);
+  Beating healthy;  // every heartbeat of it is younger than the silent one's
+  vyn::testing::SetThreadMonitorClock(silent.thread.GetLastTimestamp() + kThreshold100ns + 1);
+  CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
+  if (monitor.Initialize() != VYN_STATUS_SUCCESS) Fail("the watchdog did not start");
+  if (monitor.Initialize() != VYN_STATUS_BUSY) Fail("a second start was not refused as busy");
+  for (int i = 0; i < 1000 && !monitor.IsObjectTimeout(); ++i) SleepMs(5);
+  if (!monitor.IsObjectTimeout()) Fail("the silent thread was never reported as hung");
+  // Frozen: the rounds stop within a heartbeat and stay stopped.
+  int frozen_at = -1;
+  for (int i = 0; i < 50 && healthy.rounds != frozen_at; ++i) {
+    frozen_at = healthy.rounds;
+    SleepMs(100);
+  }
+  SleepMs(100);
+  if (healthy.rounds != frozen_at) Fail("the healthy thread went on after the hang");
+  // A heartbeat from any other thread stays in the freeze too: through the
+  // object of a running thread, and through an object without a thread of its
+  // own (an application thread that only stamps heartbeats).
+  static CVYNMonitoredThread heartbeat_only;
+  std::atomic<int> returned{0};
+  std::thread([&] {
+    healthy.thread.UpdateStatus();
+    ++returned;
+  }).detach();
+  std::thread([&] {
+    heartbeat_only.UpdateStatus();
+    ++returned;
+  }).detach();
+  SleepMs(100);
+  if (returned != 0) Fail("a heartbeat from another thread returned after the hang");
+  // An explicit stop releases the frozen threads.
+  healthy.thread.DestroyThread(true);
+  silent.thread.DestroyThread(true);
+  std::_Exit(0);
+}
+
+// Child: with crash handlers marked installed, the hang ends the process
+// through the end-of-process signal.
+void HangEndsTheProcessWhenHandlersAreInstalled() {
+  vyn::platform::MarkCrashHandlersInstalled();
+  Beating silent(true);
+  vyn::testing::SetThreadMonitorClock(silent.thread.GetLastTimestamp() + kThreshold100ns + 1);
+  GetVYNThreadMonitor().Initialize();
+  SleepMs(30000);
+  Fail("the watchdog did not end the process");
+}
+
+TEST(WatchdogDeathTest, FindsHangsFreezesAndEnds) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(ThresholdIsThreeHundredSecondsExactly(), ::testing::ExitedWithCode(0), "");
-}
-
-TEST(WatchdogDeathTest, HangFreezesEveryMonitoredThread) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(HangFreezesEveryMonitoredThread(), ::testing::ExitedWithCode(0), "");
-}
-
-TEST(WatchdogDeathTest, HangEndsTheProcessWhenHandlersAreInstalled) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(HangEndsTheProcessWhenHandlersAreInstalled(),
               ::testing::KilledBySignal(vyn::platform::EndOfProcessSignal()), "");
 }
 
+// Healthy threads keep their heartbeats fresh on the watchdog's own scale:
+// checked against the real clock, and against a clock set one threshold past
+// a moment the thread has beaten since.
 TEST(WatchdogTest, HealthyThreadsAreNeverReported) {
-  vyn::testing::SetThreadMonitorTiming(kOneSecond100ns, 20);
-  Beating healthy;
-  healthy.thread.CreateThread(&Beat, &healthy, nullptr, 0, 0, true);
   CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
-  ASSERT_EQ(monitor.Initialize(), VYN_STATUS_SUCCESS);
-  std::this_thread::sleep_for(milliseconds(1500));
+  Beating healthy;
+  const int64_t since = vyn::platform::GetSystemTimeAsFileTime();
+  for (const int rounds = healthy.rounds + 2; healthy.rounds < rounds;) SleepMs(1);
+  monitor.CheckObjects();
   EXPECT_FALSE(monitor.IsObjectTimeout());
-  EXPECT_GT(healthy.rounds, 10);
+  vyn::testing::SetThreadMonitorClock(since + kThreshold100ns);
+  monitor.CheckObjects();
+  vyn::testing::SetThreadMonitorClock(0);
+  EXPECT_FALSE(monitor.IsObjectTimeout());
+  EXPECT_EQ(monitor.Initialize(), VYN_STATUS_SUCCESS);
   EXPECT_EQ(monitor.Terminate(), VYN_STATUS_SUCCESS);
   EXPECT_EQ(monitor.Initialize(), VYN_STATUS_SUCCESS);  // restartable
   monitor.Terminate();
-  vyn::testing::ResetThreadMonitorTiming();
 }
 
 }  // namespace
