@@ -11,8 +11,8 @@
 #include "vyn/core/ini_manager.h"
 #include "vyn/core/synchronize.h"
 #include "vyn/core/time_helpers.h"
-#include "vyn/platform/profile.h"
 #include "vyn/platform/internal/profile_testing.h"
+#include "vyn/platform/profile.h"
 
 namespace {
 

@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <string>
 
+#include "vyn/platform/scoped_descriptor.h"
+
 namespace vyn::platform {
 
 enum class FileCreateResult {
@@ -34,7 +36,7 @@ class File {
   [[nodiscard]] FileCreateResult CreateNew(const std::string& path);
   // Opens an existing file or device for writing only, without creating it.
   [[nodiscard]] bool OpenForWriting(const std::string& path);
-  bool IsOpen() const { return descriptor_ >= 0; }
+  bool IsOpen() const { return descriptor_.IsValid(); }
 
   // Writes all `size` bytes, resuming after signals and short writes. On a
   // failure returns false; `*written` (when given) always tells how many of
@@ -52,7 +54,7 @@ class File {
   std::string GetLastErrorText() const;
 
  private:
-  int descriptor_ = -1;
+  ScopedDescriptor descriptor_;
   int last_error_ = 0;
 };
 

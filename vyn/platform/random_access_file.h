@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <string>
 
+#include "vyn/platform/scoped_descriptor.h"
+
 namespace vyn::platform {
 
 enum class FileOpenMode {
@@ -39,7 +41,7 @@ class RandomAccessFile {
   // regular file).
   [[nodiscard]] bool Open(const std::string& path, FileOpenMode mode);
   void Close();
-  bool IsOpen() const { return descriptor_ >= 0; }
+  bool IsOpen() const { return descriptor_.IsValid(); }
 
   // Reads until `size` bytes have come or the file ends; returns the count,
   // or -1 on an error (with no count of what came before it).
@@ -56,7 +58,7 @@ class RandomAccessFile {
   int last_error() const { return last_error_; }
 
  private:
-  int descriptor_ = -1;
+  ScopedDescriptor descriptor_;
   mutable int last_error_ = 0;
 };
 

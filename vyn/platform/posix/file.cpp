@@ -14,12 +14,12 @@ namespace vyn::platform {
 File::~File() { Close(); }
 
 File::File(File&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)), last_error_(other.last_error_) {}
+    : descriptor_(std::move(other.descriptor_)), last_error_(other.last_error_) {}
 
 File& File::operator=(File&& other) noexcept {
   if (this != &other) {
     Close();
-    descriptor_ = std::exchange(other.descriptor_, -1);
+    descriptor_ = std::move(other.descriptor_);
     last_error_ = other.last_error_;
   }
   return *this;
@@ -27,26 +27,26 @@ File& File::operator=(File&& other) noexcept {
 
 FileCreateResult File::CreateNew(const std::string& path) {
   Close();
-  descriptor_ = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (descriptor_ >= 0) return FileCreateResult::kCreated;
+  descriptor_.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (descriptor_.IsValid()) return FileCreateResult::kCreated;
   last_error_ = errno;
   return last_error_ == EEXIST ? FileCreateResult::kExists : FileCreateResult::kFailed;
 }
 
 bool File::OpenForWriting(const std::string& path) {
   Close();
-  descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-  if (descriptor_ < 0) last_error_ = errno;
-  return descriptor_ >= 0;
+  descriptor_.Reset(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  if (!descriptor_.IsValid()) last_error_ = errno;
+  return descriptor_.IsValid();
 }
 
 bool File::WriteAll(const void* data, size_t size, size_t* written) {
   const auto* bytes = static_cast<const char*>(data);
   size_t done = 0;
-  bool ok = descriptor_ >= 0;
+  bool ok = descriptor_.IsValid();
   if (!ok) last_error_ = EBADF;
   while (ok && done < size) {
-    const ssize_t now = write(descriptor_, bytes + done, size - done);
+    const ssize_t now = write(descriptor_.get(), bytes + done, size - done);
     if (now > 0) {
       done += static_cast<size_t>(now);
     } else if (now < 0 && errno == EINTR) {
@@ -62,21 +62,21 @@ bool File::WriteAll(const void* data, size_t size, size_t* written) {
 }
 
 bool File::DataSync() {
-  if (descriptor_ < 0) return false;
-  if (fdatasync(descriptor_) == 0) return true;
+  if (!descriptor_.IsValid()) return false;
+  if (fdatasync(descriptor_.get()) == 0) return true;
   last_error_ = errno;
   return false;
 }
 
 bool File::Truncate(long long length) {
-  if (descriptor_ < 0) return false;
-  while (ftruncate(descriptor_, static_cast<off_t>(length)) != 0) {
+  if (!descriptor_.IsValid()) return false;
+  while (ftruncate(descriptor_.get(), static_cast<off_t>(length)) != 0) {
     if (errno == EINTR) continue;
     last_error_ = errno;
     return false;
   }
   // Further writes continue at the new end, not behind a hole.
-  if (lseek(descriptor_, static_cast<off_t>(length), SEEK_SET) < 0) {
+  if (lseek(descriptor_.get(), static_cast<off_t>(length), SEEK_SET) < 0) {
     last_error_ = errno;
     return false;
   }
@@ -84,11 +84,9 @@ bool File::Truncate(long long length) {
 }
 
 void File::Close() {
-  if (descriptor_ < 0) return;
   // close() releases the descriptor even when it reports an error, and
   // retrying after EINTR could close a descriptor another thread just got.
-  close(descriptor_);
-  descriptor_ = -1;
+  descriptor_.Reset();
 }
 
 std::string File::GetLastErrorText() const { return SystemErrorText(last_error_); }

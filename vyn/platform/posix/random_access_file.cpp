@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <utility>
 
 namespace vyn::platform {
 namespace {
@@ -39,7 +40,8 @@ RandomAccessFile::~RandomAccessFile() { Close(); }
 bool RandomAccessFile::Open(const std::string& path, FileOpenMode mode) {
   Close();
   // O_NONBLOCK only for the open itself: a FIFO would wait for its other end.
-  const int descriptor = open(path.c_str(), FlagsOf(mode) | O_CLOEXEC | O_NONBLOCK, 0666);
+  ScopedDescriptor opened(open(path.c_str(), FlagsOf(mode) | O_CLOEXEC | O_NONBLOCK, 0666));
+  const int descriptor = opened.get();
   if (descriptor < 0) {
     last_error_ = errno;
     return false;
@@ -47,31 +49,25 @@ bool RandomAccessFile::Open(const std::string& path, FileOpenMode mode) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
     last_error_ = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    close(descriptor);
     return false;
   }
   const int flags = fcntl(descriptor, F_GETFL);
   if (flags < 0 || fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) != 0) {
     last_error_ = errno;
-    close(descriptor);
     return false;
   }
-  descriptor_ = descriptor;
+  descriptor_ = std::move(opened);
   last_error_ = 0;
   return true;
 }
 
-void RandomAccessFile::Close() {
-  if (descriptor_ < 0) return;
-  close(descriptor_);
-  descriptor_ = -1;
-}
+void RandomAccessFile::Close() { descriptor_.Reset(); }
 
 int64_t RandomAccessFile::Read(void* buffer, size_t size) {
   auto* at = static_cast<unsigned char*>(buffer);
   size_t done = 0;
   while (done < size) {
-    const ssize_t got = read(descriptor_, at + done, std::min(size - done, kLargestTransfer));
+    const ssize_t got = read(descriptor_.get(), at + done, std::min(size - done, kLargestTransfer));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
       last_error_ = errno;
@@ -87,7 +83,8 @@ bool RandomAccessFile::WriteAll(const void* data, size_t size) {
   const auto* at = static_cast<const unsigned char*>(data);
   size_t done = 0;
   while (done < size) {
-    const ssize_t put = write(descriptor_, at + done, std::min(size - done, kLargestTransfer));
+    const ssize_t put =
+        write(descriptor_.get(), at + done, std::min(size - done, kLargestTransfer));
     if (put < 0 && errno == EINTR) continue;
     if (put <= 0) {
       last_error_ = put < 0 ? errno : EIO;
@@ -102,20 +99,20 @@ int64_t RandomAccessFile::Seek(int64_t offset, SeekOrigin origin) {
   const int whence = origin == SeekOrigin::kBegin     ? SEEK_SET
                      : origin == SeekOrigin::kCurrent ? SEEK_CUR
                                                       : SEEK_END;
-  const off_t position = lseek(descriptor_, static_cast<off_t>(offset), whence);
+  const off_t position = lseek(descriptor_.get(), static_cast<off_t>(offset), whence);
   if (position < 0) last_error_ = errno;
   return position;
 }
 
 int64_t RandomAccessFile::Position() const {
-  const off_t position = lseek(descriptor_, 0, SEEK_CUR);
+  const off_t position = lseek(descriptor_.get(), 0, SEEK_CUR);
   if (position < 0) last_error_ = errno;
   return position;
 }
 
 int64_t RandomAccessFile::Length() const {
   struct stat status {};
-  if (fstat(descriptor_, &status) != 0) {
+  if (fstat(descriptor_.get(), &status) != 0) {
     last_error_ = errno;
     return -1;
   }
