@@ -26,44 +26,30 @@ namespace vyn::test {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-// The frame's length by its own header.
-inline size_t RecordedFrameLength(const unsigned char* f) {
-  const unsigned length16 = f[3] | (f[4] << 8);
-  if (f[0] == 0x42) return length16 == 0 ? 7 : length16 + 8u;
-  if (f[0] == 0x3E) return f[2] + 5u;
-  return 0;
-}
+using Clock = std::chrono::steady_clock;
 
 class FrameRecorder : public CVYNMessageQueue {
  public:
-  struct Frame {
-    uint32_t type;
-    std::vector<unsigned char> bytes;
-  };
+  using Bytes = std::vector<unsigned char>;
 
   size_t Count(uint32_t type) {
     std::lock_guard lock(mutex_);
-    size_t count = 0;
-    for (const Frame& frame : frames_) count += frame.type == type ? 1 : 0;
-    return count;
+    return CountHeld(type);
   }
 
-  bool WaitFor(const std::function<bool()>& done, seconds limit) {
+  // Waits until at least `count` frames of `type` have been published. The
+  // count is taken under the lock the publisher notifies under, so no
+  // publication can slip between the check and the wait.
+  bool WaitForCount(uint32_t type, size_t count, seconds limit) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] {
-      lock.unlock();
-      const bool ok = done();
-      lock.lock();
-      return ok;
-    });
+    return changed_.wait_for(lock, limit, [&] { return CountHeld(type) >= count; });
   }
 
-  std::vector<Frame> Frames(uint32_t type) {
+  std::vector<Bytes> Frames(uint32_t type) {
     std::lock_guard lock(mutex_);
-    std::vector<Frame> matching;
-    for (const Frame& frame : frames_) {
-      if (frame.type == type) matching.push_back(frame);
+    std::vector<Bytes> matching;
+    for (const auto& [frame_type, bytes] : frames_) {
+      if (frame_type == type) matching.push_back(bytes);
     }
     return matching;
   }
@@ -73,26 +59,34 @@ class FrameRecorder : public CVYNMessageQueue {
     const auto* record = reinterpret_cast<const _SERIAL_FRAME_RECORD*>(message.GetBuffer());
     if (record == nullptr || message.GetBufferSize() != sizeof(_SERIAL_FRAME_RECORD)) return 0;
     const unsigned char* f = record->frame;
+    // The frame's length by its own header.
+    const size_t length16 = f[3] | (f[4] << 8);
+    const size_t length = f[0] == 0x42 ? (length16 == 0 ? 7 : length16 + 8) : f[2] + 5u;
     {
       std::lock_guard lock(mutex_);
-      frames_.push_back(
-          {message.GetMessageType(), std::vector<unsigned char>(f, f + RecordedFrameLength(f))});
+      frames_.emplace_back(message.GetMessageType(), Bytes(f, f + length));
     }
     changed_.notify_all();
     return 0;
   }
 
  private:
+  size_t CountHeld(uint32_t type) {
+    size_t count = 0;
+    for (const auto& frame : frames_) count += frame.first == type ? 1 : 0;
+    return count;
+  }
+
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Frame> frames_;
+  std::vector<std::pair<uint32_t, Bytes>> frames_;
 };
 
 // Polls `done` every few milliseconds until it holds or `limit` has passed.
 inline bool WaitUntil(const std::function<bool()>& done, milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto deadline = Clock::now() + limit;
   while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
+    if (Clock::now() > deadline) return false;
     std::this_thread::sleep_for(milliseconds(2));
   }
   return true;
@@ -113,6 +107,12 @@ inline void RunWithin(seconds limit, const char* what, const std::function<void(
   }
   runner.join();
   done.get();
+}
+
+// A 7-byte request whose only purpose is to be counted.
+inline int32_t SendSmallRequest(CVYNSerialPort& port) {
+  unsigned char frame[16] = {};
+  return port.SendCommand(frame, GetVYNCommandSet().PrepareReqGetDeviceInfo(frame));
 }
 
 class SerialPortTest : public ::testing::Test {
@@ -141,8 +141,7 @@ class SerialPortTest : public ::testing::Test {
     const unsigned char rates[] = {1};
     const uint16_t length = GetVYNCommandSet().PrepareReqGetStatus(frame, 1, ids, rates);
     if (port_.SendCommand(frame, length) != VYN_STATUS_SUCCESS) return false;
-    return recorder_->WaitFor([&] { return recorder_->Count(MSG_SERIAL_FRAME_RECEIVED) > before; },
-                              limit);
+    return recorder_->WaitForCount(MSG_SERIAL_FRAME_RECEIVED, before + 1, limit);
   }
 
   // Round trips until one succeeds (the port coming back, a stale partial
