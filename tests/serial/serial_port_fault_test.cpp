@@ -14,7 +14,6 @@
 
 #include <atomic>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,7 +52,7 @@ bool ReuseTerminalNumber(const std::string& wanted, vyn::support::PseudoTerminal
 
 TEST_F(SerialPortTest, CloseThenTerminateAtOnceNeverHangs) {
   RunWithin(seconds(90), "CloseSerialPort(true) then TerminateReceivingThread()", [this] {
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 600; ++round) {
       ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS) << round;
       // Every other round with a frame on its way, which keeps the thread
       // running past the close.
@@ -63,57 +62,25 @@ TEST_F(SerialPortTest, CloseThenTerminateAtOnceNeverHangs) {
       ASSERT_FALSE(port_.IsRunning()) << round;
     }
     // The same race through the destructor, as at library unload.
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < 300; ++round) {
       auto port = std::make_unique<CVYNSerialPort>();
       port->SetCOMPort(device_.port_path());
       ASSERT_EQ(port->InitializeReceivingThread(), VYN_STATUS_SUCCESS);
       port->CloseSerialPort(true);
     }
   });
+  // A stop with a frame queued leaves no thread to send to; a close with
+  // nothing waiting ends the thread before it returns.
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(SendSmallRequest(port_), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(port_.TerminateReceivingThread(), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(SendSmallRequest(port_), VYN_STATUS_BUSY);
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  ASSERT_TRUE(RoundTrip());
+  EXPECT_EQ(port_.CloseSerialPort(true), VYN_STATUS_SUCCESS);
+  EXPECT_FALSE(port_.IsRunning());
   ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
   EXPECT_TRUE(RoundTrip());
-}
-
-TEST_F(SerialPortTest, FourSendersEveryAcceptedFrameArrivesExactlyOnce) {
-  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
-  const uint32_t dropped_before = port_.GetDroppedFramesCount();
-  std::atomic<uint32_t> accepted{0};
-  RunWithin(seconds(60), "four senders", [&] {
-    std::vector<std::thread> senders;
-    for (int sender = 0; sender < 4; ++sender) {
-      senders.emplace_back([&, sender] {
-        for (uint32_t i = 0; i < 1000; ++i) {
-          // Sender and number in the payload make every frame unique.
-          unsigned char frame[64] = {};
-          const unsigned char ids[] = {static_cast<unsigned char>(sender),
-                                       static_cast<unsigned char>(i & 0xFF),
-                                       static_cast<unsigned char>(i >> 8)};
-          const unsigned char rates[] = {0, 0, 0};
-          const uint16_t length = GetVYNCommandSet().PrepareReqGetStatus(frame, 3, ids, rates);
-          const int32_t status = port_.SendCommand(frame, length);
-          // Only a slot busy for 100 ms on a loaded machine may refuse.
-          EXPECT_TRUE(status == VYN_STATUS_SUCCESS || status == VYN_STATUS_BUSY) << status;
-          accepted += status == VYN_STATUS_SUCCESS ? 1 : 0;
-        }
-      });
-    }
-    for (std::thread& sender : senders) sender.join();
-  });
-  ASSERT_GT(accepted, 100u);
-  EXPECT_TRUE(WaitUntil([&] { return device_.counters().requests >= accepted; }, seconds(20)));
-  EXPECT_TRUE(recorder_->WaitForCount(MSG_SERIAL_FRAME_SENT, accepted, seconds(20)));
-  std::this_thread::sleep_for(milliseconds(50));  // anything extra would show now
-  const vyn::sim::DeviceSimulatorCounters device = device_.counters();
-  EXPECT_EQ(device.requests, accepted);
-  EXPECT_EQ(device.bad_requests + device.stray_bytes, 0u);
-  // Each accepted frame was reported sent once, and no two were the same.
-  const auto sent = recorder_->Frames(MSG_SERIAL_FRAME_SENT);
-  EXPECT_EQ(sent.size(), accepted);
-  std::set<std::string> payloads;
-  for (const auto& frame : sent) payloads.emplace(frame.begin() + 7, frame.end() - 1);
-  EXPECT_EQ(payloads.size(), accepted);
-  EXPECT_EQ(port_.GetSerialPortStatistics().frames_sent, accepted);
-  EXPECT_EQ(port_.GetDroppedFramesCount(), dropped_before);
 }
 
 TEST_F(SerialPortTest, SendersKeepGoingWhileThePortIsClosedAndReopened) {

@@ -147,7 +147,7 @@ class SerialPortTest : public ::testing::Test {
   // Round trips until one succeeds (the port coming back, a stale partial
   // frame timed out), at most `limit`.
   bool RoundTripWithin(milliseconds limit) {
-    return WaitUntil([this] { return RoundTrip(seconds(3)); }, limit);
+    return WaitUntil([this] { return RoundTrip(seconds(1)); }, limit);
   }
 
   vyn::sim::DeviceSimulator device_;
