@@ -99,22 +99,13 @@ TEST_F(SerialPortTest, SendersKeepGoingWhileThePortIsClosedAndReopened) {
         }
       });
     }
+    // Close, stop, reopen (reporting or not) and start again, in turns.
     for (unsigned step = 0; step < 200; ++step) {
-      switch (step % 5) {
-        case 0:
-          port_.CloseSerialPort(true);
-          break;
-        case 1:
-          port_.TerminateReceivingThread();
-          break;
-        case 2:
-          port_.OpenSerialPort(step % 2 == 0);
-          break;
-        default:
-          if (!port_.IsRunning()) {
-            EXPECT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
-          }
-          break;
+      if (step % 5 == 0) port_.CloseSerialPort(true);
+      if (step % 5 == 1) port_.TerminateReceivingThread();
+      if (step % 5 == 2) port_.OpenSerialPort(step % 2 == 0);
+      if (step % 5 > 2 && !port_.IsRunning()) {
+        EXPECT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
       }
       std::this_thread::sleep_for(milliseconds(step % 7));
     }

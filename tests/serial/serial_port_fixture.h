@@ -11,9 +11,9 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <map>
 #include <mutex>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "sim/device_simulator.h"
@@ -28,30 +28,24 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
+// Records the frames the library publishes, by kind.
 class FrameRecorder : public CVYNMessageQueue {
  public:
   using Bytes = std::vector<unsigned char>;
 
-  size_t Count(uint32_t type) {
-    std::lock_guard lock(mutex_);
-    return CountHeld(type);
-  }
+  size_t Count(uint32_t type) { return Frames(type).size(); }
 
   // Waits until at least `count` frames of `type` have been published. The
   // count is taken under the lock the publisher notifies under, so no
-  // publication can slip between the check and the wait.
+  // publication slips between the check and the wait.
   bool WaitForCount(uint32_t type, size_t count, seconds limit) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] { return CountHeld(type) >= count; });
+    return changed_.wait_for(lock, limit, [&] { return frames_[type].size() >= count; });
   }
 
   std::vector<Bytes> Frames(uint32_t type) {
     std::lock_guard lock(mutex_);
-    std::vector<Bytes> matching;
-    for (const auto& [frame_type, bytes] : frames_) {
-      if (frame_type == type) matching.push_back(bytes);
-    }
-    return matching;
+    return frames_[type];
   }
 
  protected:
@@ -64,22 +58,16 @@ class FrameRecorder : public CVYNMessageQueue {
     const size_t length = f[0] == 0x42 ? (length16 == 0 ? 7 : length16 + 8) : f[2] + 5u;
     {
       std::lock_guard lock(mutex_);
-      frames_.emplace_back(message.GetMessageType(), Bytes(f, f + length));
+      frames_[message.GetMessageType()].emplace_back(f, f + length);
     }
     changed_.notify_all();
     return 0;
   }
 
  private:
-  size_t CountHeld(uint32_t type) {
-    size_t count = 0;
-    for (const auto& frame : frames_) count += frame.first == type ? 1 : 0;
-    return count;
-  }
-
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<std::pair<uint32_t, Bytes>> frames_;
+  std::map<uint32_t, std::vector<Bytes>> frames_;
 };
 
 // Polls `done` every few milliseconds until it holds or `limit` has passed.
