@@ -224,6 +224,14 @@ TEST_F(SerialPortTest, AWaitingFrameIsDroppedAndCountedWhateverEndsIt) {
   accepted += FillTheLine(port_, frame);
   port_.TerminateReceivingThread();
   EXPECT_TRUE(accounted()) << "stop";
+  // And so does the hang-up; the thread stays for the port's return.
+  ASSERT_EQ(port_.InitializeReceivingThread(), VYN_STATUS_SUCCESS);
+  accepted += FillTheLine(port_, frame);
+  peer.Close();
+  EXPECT_TRUE(WaitUntil([&] { return SendSmallRequest(port_) == VYN_STATUS_NO_CONNECTION; },
+                        milliseconds(5000)));
+  EXPECT_TRUE(accounted()) << "hang-up";
+  EXPECT_TRUE(port_.IsRunning());
   EXPECT_GT(dropped(), 0u);
 }
 
