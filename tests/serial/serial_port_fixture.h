@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <map>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -18,7 +19,6 @@
 #include "sim/device_simulator.h"
 #include "vyn/core/status.h"
 #include "vyn/device/command_set.h"
-#include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
 #include "vyn/serial/serial_port.h"
 
@@ -26,46 +26,26 @@ namespace vyn::test {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using Clock = std::chrono::steady_clock;
 
-// The frame's length by its own header.
-inline size_t RecordedFrameLength(const unsigned char* f) {
-  const unsigned length16 = f[3] | (f[4] << 8);
-  if (f[0] == 0x42) return length16 == 0 ? 7 : length16 + 8u;
-  if (f[0] == 0x3E) return f[2] + 5u;
-  return 0;
-}
-
+// Records the frames the library publishes, by kind.
 class FrameRecorder : public CVYNMessageQueue {
  public:
-  struct Frame {
-    uint32_t type;
-    std::vector<unsigned char> bytes;
-  };
+  using Bytes = std::vector<unsigned char>;
 
-  size_t Count(uint32_t type) {
-    std::lock_guard lock(mutex_);
-    size_t count = 0;
-    for (const Frame& frame : frames_) count += frame.type == type ? 1 : 0;
-    return count;
-  }
+  size_t Count(uint32_t type) { return Frames(type).size(); }
 
-  bool WaitFor(const std::function<bool()>& done, seconds limit) {
+  // Waits until at least `count` frames of `type` have been published. The
+  // count is taken under the lock the publisher notifies under, so no
+  // publication slips between the check and the wait.
+  bool WaitForCount(uint32_t type, size_t count, seconds limit) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] {
-      lock.unlock();
-      const bool ok = done();
-      lock.lock();
-      return ok;
-    });
+    return changed_.wait_for(lock, limit, [&] { return frames_[type].size() >= count; });
   }
 
-  std::vector<Frame> Frames(uint32_t type) {
+  std::vector<Bytes> Frames(uint32_t type) {
     std::lock_guard lock(mutex_);
-    std::vector<Frame> matching;
-    for (const Frame& frame : frames_) {
-      if (frame.type == type) matching.push_back(frame);
-    }
-    return matching;
+    return frames_[type];
   }
 
  protected:
@@ -73,10 +53,12 @@ class FrameRecorder : public CVYNMessageQueue {
     const auto* record = reinterpret_cast<const _SERIAL_FRAME_RECORD*>(message.GetBuffer());
     if (record == nullptr || message.GetBufferSize() != sizeof(_SERIAL_FRAME_RECORD)) return 0;
     const unsigned char* f = record->frame;
+    // The frame's length by its own header.
+    const size_t length16 = f[3] | (f[4] << 8);
+    const size_t length = f[0] == 0x42 ? (length16 == 0 ? 7 : length16 + 8) : f[2] + 5u;
     {
       std::lock_guard lock(mutex_);
-      frames_.push_back(
-          {message.GetMessageType(), std::vector<unsigned char>(f, f + RecordedFrameLength(f))});
+      frames_[message.GetMessageType()].emplace_back(f, f + length);
     }
     changed_.notify_all();
     return 0;
@@ -85,14 +67,14 @@ class FrameRecorder : public CVYNMessageQueue {
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Frame> frames_;
+  std::map<uint32_t, std::vector<Bytes>> frames_;
 };
 
 // Polls `done` every few milliseconds until it holds or `limit` has passed.
 inline bool WaitUntil(const std::function<bool()>& done, milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto deadline = Clock::now() + limit;
   while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
+    if (Clock::now() > deadline) return false;
     std::this_thread::sleep_for(milliseconds(2));
   }
   return true;
@@ -113,6 +95,12 @@ inline void RunWithin(seconds limit, const char* what, const std::function<void(
   }
   runner.join();
   done.get();
+}
+
+// A 7-byte request whose only purpose is to be counted.
+inline int32_t SendSmallRequest(CVYNSerialPort& port) {
+  unsigned char frame[16] = {};
+  return port.SendCommand(frame, GetVYNCommandSet().PrepareReqGetDeviceInfo(frame));
 }
 
 class SerialPortTest : public ::testing::Test {
@@ -141,14 +129,13 @@ class SerialPortTest : public ::testing::Test {
     const unsigned char rates[] = {1};
     const uint16_t length = GetVYNCommandSet().PrepareReqGetStatus(frame, 1, ids, rates);
     if (port_.SendCommand(frame, length) != VYN_STATUS_SUCCESS) return false;
-    return recorder_->WaitFor([&] { return recorder_->Count(MSG_SERIAL_FRAME_RECEIVED) > before; },
-                              limit);
+    return recorder_->WaitForCount(MSG_SERIAL_FRAME_RECEIVED, before + 1, limit);
   }
 
   // Round trips until one succeeds (the port coming back, a stale partial
   // frame timed out), at most `limit`.
   bool RoundTripWithin(milliseconds limit) {
-    return WaitUntil([this] { return RoundTrip(seconds(3)); }, limit);
+    return WaitUntil([this] { return RoundTrip(seconds(1)); }, limit);
   }
 
   vyn::sim::DeviceSimulator device_;
