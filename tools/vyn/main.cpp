@@ -31,6 +31,9 @@ int main(int argc, char** argv) {
   CLI::App app{"vyn - base services for serial-line devices, from the command line"};
   app.set_version_flag("--version", std::string("vyn ") + VYN_VERSION);
   app.require_subcommand(1);
+  app.footer(
+      "Numbers, wherever a command takes one, are decimal, or hexadecimal after 0x; a\n"
+      "leading 0 changes nothing.");
   vyn::tool::AddDemoCommand(app);
   vyn::tool::AddSimCommand(app);
   vyn::tool::AddFrameCommand(app);
