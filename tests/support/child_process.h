@@ -65,11 +65,14 @@ ChildResult RunChild(const std::vector<std::string>& argv, int timeout_seconds =
                      const std::string& input = "");
 
 #ifdef VYN_TOOL
-// RunChild for the vyn program (the test program knows its path), `args`
-// following its name.
-inline ChildResult RunVyn(std::vector<std::string> args, const std::string& input = "") {
+// The command line of the vyn program (the test program knows its path)
+// with `args`.
+inline std::vector<std::string> Vyn(std::vector<std::string> args) {
   args.insert(args.begin(), VYN_TOOL);
-  return RunChild(args, 60, input);
+  return args;
+}
+inline ChildResult RunVyn(const std::vector<std::string>& args, const std::string& input = "") {
+  return RunChild(Vyn(args), 60, input);
 }
 #endif
 

@@ -13,12 +13,13 @@
 
 #include "sim/boot_loader_simulator.h"
 #include "sim/device_simulator.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temp_dir.h"
-#include "tests/tools/tool_process.h"
 
 namespace {
 
-using vyn::test::ToolProcess;
+using vyn::test::ChildProcess;
+using vyn::test::Vyn;
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kAddressSanitizer = true;
@@ -53,25 +54,21 @@ class MonitorEnd : public testing::Test {
   std::unique_ptr<vyn::sim::DeviceSimulator> device_;
 };
 
-TEST_F(MonitorEnd, EachStopSignalEndsAMonitorThatRunsForMinutes) {
-  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
-    SCOPED_TRACE(strsignal(signal_number));
-    ToolProcess monitor({"monitor", device_->port_path(), "-t", "600"});
+TEST_F(MonitorEnd, EachStopSignalOrAClosedPipeEndsAMonitorThatRunsForMinutes) {
+  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, 0}) {
+    SCOPED_TRACE(signal_number == 0 ? "closed pipe" : strsignal(signal_number));
+    ChildProcess monitor(Vyn({"monitor", device_->port_path(), "-t", "600"}));
     ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
-    monitor.Signal(signal_number);
+    if (signal_number == 0) {
+      monitor.CloseOutput();
+    } else {
+      monitor.Signal(signal_number);
+    }
     ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs)) << monitor.output();
     EXPECT_EQ(monitor.end_signal(), 0);
-    EXPECT_EQ(monitor.exit_code(), 0) << monitor.output();
+    // Stopping is what was asked; output that nobody took is a failure.
+    EXPECT_EQ(monitor.exit_code() != 0, signal_number == 0) << monitor.output();
   }
-}
-
-TEST_F(MonitorEnd, AClosedOutputPipeEndsTheMonitorWithAFailure) {
-  ToolProcess monitor({"monitor", device_->port_path(), "-t", "600"});
-  ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
-  monitor.CloseOutput();
-  ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
-  EXPECT_EQ(monitor.end_signal(), 0);
-  EXPECT_NE(monitor.exit_code(), 0);
 }
 
 // Resident memory of a process in KiB, from /proc; 0 when unknown.
@@ -100,12 +97,12 @@ TEST(MonitorStall, AnOutputNobodyReadsNeitherGrowsMemoryNorBlocksTheEnd) {
   options.notification_period = std::chrono::milliseconds(1);
   vyn::sim::DeviceSimulator device(options);
   ASSERT_TRUE(device.Start());
-  ToolProcess monitor({"monitor", device.port_path(), "-t", "600"});
+  ChildProcess monitor(Vyn({"monitor", device.port_path(), "-t", "600"}));
   ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
   // From here on the test reads nothing: the pipe fills within moments.
-  std::this_thread::sleep_for(std::chrono::seconds(1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
   const long before = ResidentKiB(monitor.pid());
-  std::this_thread::sleep_for(std::chrono::seconds(3));
+  std::this_thread::sleep_for(std::chrono::seconds(2));
   const long after = ResidentKiB(monitor.pid());
   ASSERT_GT(before, 0);
   // Thousands of frames a second arrive meanwhile; kept, they would take
@@ -115,22 +112,10 @@ TEST(MonitorStall, AnOutputNobodyReadsNeitherGrowsMemoryNorBlocksTheEnd) {
   if (!kAddressSanitizer) {
     EXPECT_LT(after - before, 2048) << before << " KiB, then " << after << " KiB";
   }
-  EXPECT_GT(device.counters().notifications, 3000u);
+  EXPECT_GT(device.counters().notifications, 1500u);
   monitor.Signal(SIGTERM);
   ASSERT_TRUE(monitor.WaitForExit(kEndLimitMs));
   EXPECT_EQ(monitor.exit_code(), 0) << monitor.output();
-}
-
-TEST(SimDeviceEnd, AClosedOutputPipeEndsTheSimulatorAndRemovesItsLink) {
-  vyn::test::TempDir dir;
-  const std::string link = dir.File("port");
-  ToolProcess sim({"sim", "device", "--dir", dir.path(), "--name", "port"});
-  ASSERT_TRUE(sim.WaitForOutput(link, kStartLimitMs)) << sim.output();
-  ASSERT_TRUE(Exists(link));
-  sim.CloseOutput();
-  ASSERT_TRUE(sim.WaitForExit(kEndLimitMs));
-  EXPECT_EQ(sim.end_signal(), 0);
-  EXPECT_FALSE(Exists(link));
 }
 
 // Answers to commands pile up in an output pipe that nobody reads: the
@@ -138,14 +123,14 @@ TEST(SimDeviceEnd, AClosedOutputPipeEndsTheSimulatorAndRemovesItsLink) {
 TEST(SimDeviceStall, AnswersNobodyReadsDoNotKeepTheSimulatorFromEnding) {
   vyn::test::TempDir dir;
   const std::string link = dir.File("port");
-  ToolProcess sim({"sim", "device", "--dir", dir.path(), "--name", "port"});
+  ChildProcess sim(Vyn({"sim", "device", "--dir", dir.path(), "--name", "port"}));
   ASSERT_TRUE(sim.WaitForOutput(link, kStartLimitMs)) << sim.output();
   // Each help answer is far longer than its request: the output pipe fills
   // long before the input pipe does.
   std::string requests;
   for (int i = 0; i < 2000; ++i) requests += "help\n";
   sim.Write(requests);
-  std::this_thread::sleep_for(std::chrono::seconds(2));
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
   sim.Signal(SIGTERM);
   EXPECT_TRUE(EndsWithoutBeingRead(sim.pid(), kEndLimitMs));
   ASSERT_TRUE(sim.WaitForExit(kEndLimitMs));
@@ -159,14 +144,15 @@ TEST(FirmwareFlashEnd, AClosedOutputPipeCancelsTheTransmission) {
   std::string image(128 * 1024, '\0');
   for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<char>(i * 7);
   vyn::test::WriteFile(dir.File("image.bin"), image);
-  ToolProcess pack({"firmware", "pack", "-t", "mcpu", dir.File("image.bin"), dir.File("fw.bin")});
+  ChildProcess pack(
+      Vyn({"firmware", "pack", "-t", "mcpu", dir.File("image.bin"), dir.File("fw.bin")}));
   ASSERT_TRUE(pack.WaitForExit(kStartLimitMs));
   ASSERT_EQ(pack.exit_code(), 0) << pack.output();
   vyn::sim::BootLoaderSimulatorOptions options;
   options.baud_rate = 115200;
   vyn::sim::BootLoaderSimulator chip(options);
   ASSERT_TRUE(chip.Start());
-  ToolProcess flash({"firmware", "flash", chip.port_path(), dir.File("fw.bin")});
+  ChildProcess flash(Vyn({"firmware", "flash", chip.port_path(), dir.File("fw.bin")}));
   ASSERT_TRUE(flash.WaitForOutput("going to be programmed", kStartLimitMs)) << flash.output();
   flash.CloseOutput();
   EXPECT_TRUE(EndsWithoutBeingRead(flash.pid(), kEndLimitMs));
@@ -181,7 +167,7 @@ TEST(DemoEnd, SignalsAndAClosedPipeEndTheDemoAndRemoveItsSimulator) {
   for (const Case c : {Case{SIGINT}, Case{SIGTERM}, Case{SIGHUP}, Case{0}}) {
     SCOPED_TRACE(c.signal_number == 0 ? "closed pipe" : strsignal(c.signal_number));
     // Long pauses keep the demo inside its session when the signal comes.
-    ToolProcess demo({"demo", "--pause", "5000"});
+    ChildProcess demo(Vyn({"demo", "--pause", "5000"}));
     ASSERT_TRUE(demo.WaitForOutput("TX ", kStartLimitMs)) << demo.output();
     const std::string folder = DemoSimulatorFolder(demo.output());
     ASSERT_FALSE(folder.empty()) << demo.output();

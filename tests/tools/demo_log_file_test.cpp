@@ -22,29 +22,36 @@ std::string NamedFile(const std::string& output) {
   return output.substr(begin, output.find('\n', begin) - begin);
 }
 
-TEST(DemoLogFile, EachDemoNamesItsOwnFileAndFailsWithoutOne) {
-  TempDir directory;
-  ScopedCurrentDirectory current(directory.path());
-  const std::vector<std::string> demo = {VYN_TOOL, "demo", "--pause", "0"};
+// `vyn demo` in `folder`, where its log writes.
+ChildResult DemoIn(const std::string& folder) {
+  return RunChild({"/bin/sh", "-c", "cd '" + folder + "' && exec '" VYN_TOOL "' demo --pause 0"},
+                  180);
+}
 
+TEST(DemoLogFile, EachDemoNamesItsOwnFileAndFailsWithoutOne) {
+  TempDir shared;
+  TempDir broken;
+  // Logs/ taken by a regular file: the reason, no file named, a failure.
+  WriteFile(broken.File("Logs"), "not a folder");
+  // All three at once: two share a folder, one cannot write.
+  ChildResult first;
   ChildResult other;
-  std::thread second([&] { other = RunChild(demo, 180); });
-  const ChildResult first = RunChild(demo, 180);
+  ChildResult failed;
+  std::thread second([&] { other = DemoIn(shared.path()); });
+  std::thread third([&] { failed = DemoIn(broken.path()); });
+  first = DemoIn(shared.path());
   second.join();
+  third.join();
   ASSERT_EQ(first.exit_code, 0) << first.output;
   ASSERT_EQ(other.exit_code, 0) << other.output;
   const std::string mine = NamedFile(first.output);
   const std::string theirs = NamedFile(other.output);
   EXPECT_NE(mine, theirs);
   for (const std::string& file : {mine, theirs}) {
-    EXPECT_EQ(std::filesystem::path(file).parent_path(), std::filesystem::current_path() / "Logs");
+    EXPECT_EQ(std::filesystem::path(file).parent_path(),
+              std::filesystem::canonical(shared.path()) / "Logs");
     EXPECT_GT(std::filesystem::file_size(file), 100u) << file;
   }
-
-  // Logs/ taken by a regular file: the reason, no file named, a failure.
-  std::filesystem::remove_all("Logs");
-  WriteFile("Logs", "not a folder");
-  const ChildResult failed = RunChild(demo, 180);
   EXPECT_NE(failed.exit_code, 0);
   EXPECT_EQ(NamedFile(failed.output), "");
   EXPECT_NE(failed.output.find("/Logs/VYN System Log "), std::string::npos) << failed.output;
