@@ -9,22 +9,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <thread>
 
 extern char** environ;
 
 namespace vyn::test {
-namespace {
 
 using Clock = std::chrono::steady_clock;
-
-int RemainingMs(Clock::time_point deadline) {
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-  return left.count() > 0 ? static_cast<int>(left.count()) : 0;
-}
-
-}  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
   int input[2];
@@ -73,21 +64,22 @@ ChildProcess::~ChildProcess() {
   CloseOutput();
 }
 
-void ChildProcess::ReadAvailable(int timeout_ms) {
-  if (from_child_ < 0) return;
+bool ChildProcess::ReadUntil(Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  if (from_child_ < 0 || left <= 0) return false;
   pollfd watched{from_child_, POLLIN, 0};
-  if (poll(&watched, 1, timeout_ms) <= 0) return;
+  if (poll(&watched, 1, static_cast<int>(std::min<long>(left, 20))) <= 0) return true;
   char buffer[4096];
   const ssize_t got = read(from_child_, buffer, sizeof buffer);
   if (got > 0) output_.append(buffer, static_cast<size_t>(got));
   if (got == 0 || (got < 0 && errno != EINTR)) CloseOutput();
+  return from_child_ >= 0;
 }
 
 bool ChildProcess::WaitForOutput(const std::string& text, int timeout_ms) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
   while (output_.find(text) == std::string::npos) {
-    if (from_child_ < 0 || Clock::now() >= deadline) return false;
-    ReadAvailable(std::min(RemainingMs(deadline), 50));
+    if (!ReadUntil(deadline)) return output_.find(text) != std::string::npos;
   }
   return true;
 }
@@ -96,8 +88,7 @@ std::string ChildProcess::NextLine(int timeout_ms) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
   size_t end = std::string::npos;
   while ((end = output_.find('\n', lines_taken_)) == std::string::npos) {
-    if (from_child_ < 0 || Clock::now() >= deadline) return "";
-    ReadAvailable(std::min(RemainingMs(deadline), 50));
+    if (!ReadUntil(deadline)) return "";
   }
   const std::string line = output_.substr(lines_taken_, end - lines_taken_);
   lines_taken_ = end + 1;
@@ -123,46 +114,35 @@ void ChildProcess::Signal(int signal_number) {
 }
 
 bool ChildProcess::WaitForExit(int timeout_ms) {
-  if (pid_ <= 0) return true;
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
-  for (;;) {
-    int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
-      if (WIFEXITED(status)) exit_code_ = WEXITSTATUS(status);
-      if (WIFSIGNALED(status)) end_signal_ = WTERMSIG(status);
-      // What is still in the pipe; a grandchild holding it open is not
-      // waited for past the deadline.
-      while (from_child_ >= 0 && Clock::now() < deadline) ReadAvailable(50);
-      return true;
-    }
+  int status = 0;
+  while (pid_ > 0 && waitpid(pid_, &status, WNOHANG) != pid_) {
     if (Clock::now() >= deadline) return false;
-    if (from_child_ >= 0) {
-      ReadAvailable(std::min(RemainingMs(deadline), 10));
-    } else {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    if (!ReadUntil(deadline)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
+  if (pid_ > 0) {
+    pid_ = -1;
+    if (WIFEXITED(status)) exit_code_ = WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) end_signal_ = WTERMSIG(status);
+  }
+  // What is still in the pipe; a grandchild holding it open is not waited
+  // for past the deadline.
+  while (ReadUntil(deadline)) {
+  }
+  return true;
 }
 
 ChildResult RunChild(const std::vector<std::string>& argv, int timeout_seconds,
                      const std::string& input) {
   ChildProcess child(argv);
-  ChildResult result;
-  if (!child.started()) {
-    result.output = "spawn failed";
-    return result;
-  }
+  if (!child.started()) return ChildResult{-1, 0, "spawn failed"};
   child.Write(input);
   child.CloseInput();
   if (!child.WaitForExit(timeout_seconds * 1000)) {
     child.Signal(SIGKILL);
     child.WaitForExit(10000);
   }
-  result.exit_code = child.exit_code();
-  result.signal = child.end_signal();
-  result.output = child.output();
-  return result;
+  return ChildResult{child.exit_code(), child.end_signal(), child.output()};
 }
 
 }  // namespace vyn::test

@@ -1,12 +1,13 @@
-// Programs the tests run as child processes: either to the end at once
-// (RunChild), or kept running while a test talks to it (ChildProcess): its
-// standard input is a pipe from the test, standard output and standard error
-// go to one pipe back (unless the test closes that early to see how the
-// child copes), and the test may send it signals.
+// Programs the tests run as child processes, either to their end at once
+// (RunChild) or kept running while a test talks to them (ChildProcess).
+// Standard input is a pipe from the test; standard output and standard error
+// go to one pipe back, which the test may close early to see how the child
+// copes.
 #pragma once
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -22,32 +23,33 @@ class ChildProcess {
 
   bool started() const { return spawned_; }
   pid_t pid() const { return pid_; }
-  // Reads output until it contains `text` or `timeout_ms` passed; true when found.
-  bool WaitForOutput(const std::string& text, int timeout_ms);
-  // The next line of output after what earlier calls returned, without its
-  // line end; empty when none comes within `timeout_ms`.
-  std::string NextLine(int timeout_ms = 5000);
   const std::string& output() const { return output_; }
+  // Reads output until it holds `text`; false when it does not within `timeout_ms`.
+  bool WaitForOutput(const std::string& text, int timeout_ms);
+  // The next line of output after those taken before, without its line end;
+  // empty when none comes within `timeout_ms`.
+  std::string NextLine(int timeout_ms = 5000);
   void Write(const std::string& text);
   void CloseInput();
-  // Closes the test's end of the output pipe: the child's next write fails.
-  void CloseOutput();
+  void CloseOutput();  // the child's next write fails
   void Signal(int signal_number);
-  // Waits up to `timeout_ms` for the child to end, reading its output
-  // meanwhile (until its end, within the same time); false when it still runs.
+  // Waits for the end, reading the output meanwhile; false when the child
+  // still runs after `timeout_ms`.
   bool WaitForExit(int timeout_ms);
   int exit_code() const { return exit_code_; }  // -1 while running or after a signal
   int end_signal() const { return end_signal_; }
 
  private:
-  void ReadAvailable(int timeout_ms);
+  // Reads what comes before `deadline`, a piece at a time; false once the
+  // deadline has passed or the pipe is closed.
+  bool ReadUntil(std::chrono::steady_clock::time_point deadline);
 
   bool spawned_ = false;
   pid_t pid_ = -1;
   int to_child_ = -1;
   int from_child_ = -1;
   std::string output_;
-  size_t lines_taken_ = 0;  // where NextLine goes on
+  size_t lines_taken_ = 0;
   int exit_code_ = -1;
   int end_signal_ = 0;
 };
@@ -58,15 +60,13 @@ struct ChildResult {
   std::string output;  // standard output and standard error, interleaved
 };
 
-// Starts `argv[0]` with `argv`, gives it `input` and then the end of its
-// standard input, and waits for it, at most `timeout_seconds`; a child
-// still running then is killed.
+// Runs `argv` with `input` on its standard input, at most `timeout_seconds`
+// (then it is killed).
 ChildResult RunChild(const std::vector<std::string>& argv, int timeout_seconds = 60,
                      const std::string& input = "");
 
 #ifdef VYN_TOOL
-// The command line of the vyn program (the test program knows its path)
-// with `args`.
+// The command line of the vyn program (the test program knows its path).
 inline std::vector<std::string> Vyn(std::vector<std::string> args) {
   args.insert(args.begin(), VYN_TOOL);
   return args;
