@@ -5,6 +5,7 @@
 
 #include "tools/vyn/commands.h"
 #include "tools/vyn/output.h"
+#include "vyn/platform/stop_requests.h"
 
 namespace {
 
@@ -27,7 +28,9 @@ bool ReportUnknownSubcommand(CLI::App& app, int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  vyn::tool::IgnoreBrokenPipeSignal();
+  // Writing into a closed pipe fails with EPIPE instead of ending the
+  // program at once, so that commands can clean up.
+  vyn::platform::IgnoreBrokenPipe();
   CLI::App app{"vyn - base services for serial-line devices, from the command line"};
   app.set_version_flag("--version", std::string("vyn ") + VYN_VERSION);
   app.require_subcommand(1);
