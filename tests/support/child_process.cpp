@@ -18,12 +18,10 @@ namespace vyn::test {
 using Clock = std::chrono::steady_clock;
 
 ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
-  int input[2];
-  int output[2];
-  if (argv.empty() || pipe2(input, O_CLOEXEC) != 0) return;
-  if (pipe2(output, O_CLOEXEC) != 0) {
-    close(input[0]);
-    close(input[1]);
+  int input[2] = {-1, -1};
+  int output[2] = {-1, -1};
+  if (argv.empty() || pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
+    for (const int end : {input[0], input[1]}) close(end);
     return;
   }
   // Input the child does not read must not end the test with SIGPIPE; the
@@ -45,7 +43,6 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
   spawned_ = posix_spawn(&pid_, args[0], &actions, &attributes, args.data(), environ) == 0;
-  if (!spawned_) pid_ = -1;
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   close(input[0]);
@@ -55,7 +52,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
 }
 
 ChildProcess::~ChildProcess() {
-  if (pid_ > 0) {
+  if (spawned_ && pid_ > 0) {
     kill(pid_, SIGKILL);
     while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
@@ -78,10 +75,9 @@ bool ChildProcess::ReadUntil(Clock::time_point deadline) {
 
 bool ChildProcess::WaitForOutput(const std::string& text, int timeout_ms) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
-  while (output_.find(text) == std::string::npos) {
-    if (!ReadUntil(deadline)) return output_.find(text) != std::string::npos;
+  while (output_.find(text) == std::string::npos && ReadUntil(deadline)) {
   }
-  return true;
+  return output_.find(text) != std::string::npos;
 }
 
 std::string ChildProcess::NextLine(int timeout_ms) {
@@ -110,12 +106,13 @@ void ChildProcess::CloseOutput() {
 }
 
 void ChildProcess::Signal(int signal_number) {
-  if (pid_ > 0) kill(pid_, signal_number);
+  if (spawned_ && pid_ > 0) kill(pid_, signal_number);
 }
 
 bool ChildProcess::WaitForExit(int timeout_ms) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
   int status = 0;
+  if (!spawned_) return true;
   while (pid_ > 0 && waitpid(pid_, &status, WNOHANG) != pid_) {
     if (Clock::now() >= deadline) return false;
     if (!ReadUntil(deadline)) std::this_thread::sleep_for(std::chrono::milliseconds(5));

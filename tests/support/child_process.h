@@ -1,8 +1,7 @@
-// Programs the tests run as child processes, either to their end at once
-// (RunChild) or kept running while a test talks to them (ChildProcess).
-// Standard input is a pipe from the test; standard output and standard error
-// go to one pipe back, which the test may close early to see how the child
-// copes.
+// Programs the tests run as child processes: to their end at once (RunChild)
+// or kept running while a test talks to them (ChildProcess). Standard input
+// is a pipe from the test; standard output and standard error share one
+// pipe back, which the test may close early to see how the child copes.
 #pragma once
 
 #include <sys/types.h>
@@ -15,33 +14,30 @@ namespace vyn::test {
 
 class ChildProcess {
  public:
-  // Starts `argv[0]` with `argv` (no shell).
-  explicit ChildProcess(const std::vector<std::string>& argv);
-  ~ChildProcess();  // kills a child still running
+  explicit ChildProcess(const std::vector<std::string>& argv);  // argv[0]: the program
+  ~ChildProcess();                                              // kills a child still running
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   bool started() const { return spawned_; }
   pid_t pid() const { return pid_; }
   const std::string& output() const { return output_; }
-  // Reads output until it holds `text`; false when it does not within `timeout_ms`.
+  // Reads output until it holds `text`; false when it does not in time.
   bool WaitForOutput(const std::string& text, int timeout_ms);
-  // The next line of output after those taken before, without its line end;
-  // empty when none comes within `timeout_ms`.
+  // The next line of output (without its end) after those taken; empty when
+  // none comes in time.
   std::string NextLine(int timeout_ms = 5000);
   void Write(const std::string& text);
   void CloseInput();
   void CloseOutput();  // the child's next write fails
   void Signal(int signal_number);
-  // Waits for the end, reading the output meanwhile; false when the child
-  // still runs after `timeout_ms`.
+  // Waits for the end, reading the output; false when it runs on after `timeout_ms`.
   bool WaitForExit(int timeout_ms);
   int exit_code() const { return exit_code_; }  // -1 while running or after a signal
   int end_signal() const { return end_signal_; }
 
  private:
-  // Reads what comes before `deadline`, a piece at a time; false once the
-  // deadline has passed or the pipe is closed.
+  // Reads a piece of output; false once `deadline` passed or the pipe closed.
   bool ReadUntil(std::chrono::steady_clock::time_point deadline);
 
   bool spawned_ = false;
@@ -60,8 +56,7 @@ struct ChildResult {
   std::string output;  // standard output and standard error, interleaved
 };
 
-// Runs `argv` with `input` on its standard input, at most `timeout_seconds`
-// (then it is killed).
+// Runs `argv` with `input` on its standard input, killed after `timeout_seconds`.
 ChildResult RunChild(const std::vector<std::string>& argv, int timeout_seconds = 60,
                      const std::string& input = "");
 
