@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <thread>
+#include <utility>
 
 extern char** environ;
 
@@ -52,10 +53,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
 }
 
 ChildProcess::~ChildProcess() {
-  if (spawned_ && pid_ > 0) {
-    kill(pid_, SIGKILL);
-    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-    }
+  Signal(SIGKILL);
+  while (pid_ > 0 && waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
   }
   CloseInput();
   CloseOutput();
@@ -95,15 +94,9 @@ void ChildProcess::Write(const std::string& text) {
   if (to_child_ >= 0 && write(to_child_, text.data(), text.size()) < 0) CloseInput();
 }
 
-void ChildProcess::CloseInput() {
-  if (to_child_ >= 0) close(to_child_);
-  to_child_ = -1;
-}
+void ChildProcess::CloseInput() { close(std::exchange(to_child_, -1)); }
 
-void ChildProcess::CloseOutput() {
-  if (from_child_ >= 0) close(from_child_);
-  from_child_ = -1;
-}
+void ChildProcess::CloseOutput() { close(std::exchange(from_child_, -1)); }
 
 void ChildProcess::Signal(int signal_number) {
   if (spawned_ && pid_ > 0) kill(pid_, signal_number);

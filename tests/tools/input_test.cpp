@@ -31,18 +31,17 @@ const std::vector<Input>& Inputs() {
 }
 
 std::string Refusal(const std::string& text, int64_t min, int64_t max) {
-  const std::string shown =
-      text.size() > 24 ? text.substr(0, 24) + "... (" + std::to_string(text.size()) + " characters)"
-                       : text;
-  return "'" + shown + "' is not a number from " + std::to_string(min) + " to " +
-         std::to_string(max) + " (decimal, or hex with 0x)";
+  const std::string cut = "... (" + std::to_string(text.size()) + " characters)";
+  return "'" + text.substr(0, 24) + (text.size() > 24 ? cut : "") + "' is not a number from " +
+         std::to_string(min) + " to " + std::to_string(max) + " (decimal, or hex with 0x)";
 }
 
-TEST(NumberGrammar, EveryNumberOptionAndArgumentOfEverySubcommand) {
+TEST(NumberGrammar, EveryNumberOfEverySubcommandOnTheCommandLineAndOnInput) {
   struct Case {
     std::vector<std::string> args;  // "#" stands for the input
     int64_t min;
     int64_t max;
+    std::string command = "";  // or a command on standard input takes it
   };
   const Case cases[] = {
       {{"frame", "build", "-s", "#", "GetDeviceInfo"}, 1, 255},
@@ -65,20 +64,40 @@ TEST(NumberGrammar, EveryNumberOptionAndArgumentOfEverySubcommand) {
       {{"crash-test", "--dump-type", "#", "no-such-kind"}, 0, 4294967295},
       {{"firmware", "pack", "-t", "#", "/nonexistent/image", "/nonexistent/file"}, 0, 4294967295},
       {{"plugin", "load", "-e", "#", "/nonexistent/plugin.so"}, INT32_MIN, INT32_MAX},
+      {{"sim", "device"}, 0, 4294967295, "garbage"},
+      {{"sim", "device"}, 0, 4294967295, "stall"},
+      {{"sim", "device"}, 1, 60000, "period"},
+      {{"sim", "bootloader"}, 0, 65535, "chipid"},
+      {{"sim", "bootloader"}, 0, 100000000, "baud"},
+      {{"sim", "bootloader"}, 0, 4294967295, "loseack"},
+      {{"plugin", "shell"}, INT32_MIN, INT32_MAX, "event"},
   };
   for (const Case& c : cases) {
+    // Commands on input all go to one run; a blank is the word splitter's.
+    std::string lines;
     for (const Input& input : Inputs()) {
+      if (input.text.empty() || input.text[0] == ' ') continue;
+      lines += c.command + " " + input.text + "\n";
+    }
+    const ChildResult on_input = c.command.empty() ? ChildResult{} : RunVyn(c.args, lines);
+    for (const Input& input : Inputs()) {
+      const bool accepted = input.value && *input.value >= c.min && *input.value <= c.max;
+      SCOPED_TRACE(c.args[1] + " " + c.args.back() + " " + c.command + " <- '" +
+                   input.text.substr(0, 12) + "'");
+      const std::string refusal = Refusal(input.text, c.min, c.max);
+      if (!c.command.empty()) {
+        if (input.text.empty() || input.text[0] == ' ') continue;
+        const bool refused = on_input.output.find("error: " + refusal + "\n") != std::string::npos;
+        EXPECT_NE(refused, accepted) << on_input.output;
+        continue;
+      }
+      if (accepted && c.args[0] == "demo") continue;
       std::vector<std::string> args = c.args;
       for (std::string& arg : args) {
         if (const size_t at = arg.find('#'); at != std::string::npos)
           arg.replace(at, 1, input.text);
       }
-      const bool accepted = input.value && *input.value >= c.min && *input.value <= c.max;
-      SCOPED_TRACE(c.args[0] + " " + c.args[1] + " " + c.args[2] + " <- '" +
-                   input.text.substr(0, 12) + "'");
-      if (accepted && c.args[0] == "demo") continue;
       const ChildResult run = RunVyn(args);
-      const std::string refusal = Refusal(input.text, c.min, c.max);
       if (accepted) {
         EXPECT_EQ(run.output.find("is not a number"), std::string::npos) << run.output;
       } else {
@@ -90,38 +109,6 @@ TEST(NumberGrammar, EveryNumberOptionAndArgumentOfEverySubcommand) {
   // Where the value shows, a leading zero changes nothing.
   EXPECT_EQ(RunVyn({"frame", "build", "-s", "010", "GetStatus", "010:1"}).output,
             RunVyn({"frame", "build", "-s", "0xA", "GetStatus", "10:1"}).output);
-}
-
-TEST(NumberGrammar, CommandsOnStandardInputAnswerTheSameRefusal) {
-  struct Case {
-    std::vector<std::string> args;
-    std::string command;  // the input follows it
-    int64_t min;
-    int64_t max;
-  };
-  const Case cases[] = {
-      {{"sim", "device"}, "garbage", 0, 4294967295},
-      {{"sim", "device"}, "stall", 0, 4294967295},
-      {{"sim", "device"}, "period", 1, 60000},
-      {{"sim", "bootloader"}, "chipid", 0, 65535},
-      {{"sim", "bootloader"}, "baud", 0, 100000000},
-      {{"sim", "bootloader"}, "loseack", 0, 4294967295},
-      {{"plugin", "shell"}, "event", INT32_MIN, INT32_MAX},
-  };
-  for (const Case& c : cases) {
-    std::string input;
-    for (const Input& number : Inputs()) {
-      if (!number.text.empty()) input += c.command + " " + number.text + "\n";
-    }
-    const ChildResult run = RunVyn(c.args, input);
-    for (const Input& number : Inputs()) {
-      if (number.text.empty() || number.text[0] == ' ') continue;  // the word splitter's business
-      SCOPED_TRACE(c.command + " " + number.text.substr(0, 12));
-      const bool accepted = number.value && *number.value >= c.min && *number.value <= c.max;
-      const std::string refusal = "error: " + Refusal(number.text, c.min, c.max) + "\n";
-      EXPECT_EQ(run.output.find(refusal) == std::string::npos, accepted) << run.output;
-    }
-  }
 }
 
 TEST(FrameTool, BuildsAndRendersFramesExactlyAndFailsWrongInputWithItsReason) {
