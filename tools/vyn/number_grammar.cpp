@@ -54,7 +54,8 @@ std::optional<int64_t> ParseNumber(std::string_view text, int64_t min, int64_t m
   if (fits) {
     const int64_t value =
         negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
-    if (value >= min && value <= max) return value;
+    // The digits stayed within the bound on the side of the sign.
+    if (value >= min) return value;
   }
   if (error != nullptr) *error = NumberRefusal(original, min, max);
   return std::nullopt;

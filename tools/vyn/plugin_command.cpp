@@ -46,7 +46,7 @@ std::string Result(int32_t status) {
 
 // An event number: any 32-bit signed number; `refusal` says why not.
 bool ParseEvent(const std::string& text, int32_t* event, std::string* refusal) {
-  const std::optional<int64_t> value = ParseNumber(text, 0, INT32_MAX, refusal);
+  const std::optional<int64_t> value = ParseNumber(text, INT32_MIN, INT32_MAX, refusal);
   if (value) *event = static_cast<int32_t>(*value);
   return value.has_value();
 }
