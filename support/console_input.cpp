@@ -1,42 +1,17 @@
 #include "support/console_input.h"
 
 #include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "vyn/platform/stop_requests.h"
+
 namespace vyn::support {
 
-struct ConsoleInput::SignalState {
-  sigset_t previous_mask{};
-  struct sigaction previous_pipe_action {};
-  bool pipe_action_saved = false;
-  int descriptor = -1;
-};
+ConsoleInput::ConsoleInput() : stops_(std::make_unique<platform::StopRequests>()) {}
 
-ConsoleInput::ConsoleInput() : signals_(std::make_unique<SignalState>()) {
-  sigset_t watched;
-  sigemptyset(&watched);
-  sigaddset(&watched, SIGINT);
-  sigaddset(&watched, SIGTERM);
-  // A closed terminal window hangs up the program's terminal.
-  sigaddset(&watched, SIGHUP);
-  if (pthread_sigmask(SIG_BLOCK, &watched, &signals_->previous_mask) == 0) {
-    signals_->descriptor = signalfd(-1, &watched, SFD_CLOEXEC);
-  }
-  struct sigaction ignore {};
-  ignore.sa_handler = SIG_IGN;
-  sigemptyset(&ignore.sa_mask);
-  signals_->pipe_action_saved = sigaction(SIGPIPE, &ignore, &signals_->previous_pipe_action) == 0;
-}
-
-ConsoleInput::~ConsoleInput() {
-  if (signals_->descriptor >= 0) close(signals_->descriptor);
-  pthread_sigmask(SIG_SETMASK, &signals_->previous_mask, nullptr);
-  if (signals_->pipe_action_saved) sigaction(SIGPIPE, &signals_->previous_pipe_action, nullptr);
-}
+ConsoleInput::~ConsoleInput() = default;
 
 ConsoleInput::Result ConsoleInput::ReadLine(std::string* line) {
   for (;;) {
@@ -48,19 +23,16 @@ ConsoleInput::Result ConsoleInput::ReadLine(std::string* line) {
       return Result::kLine;
     }
     if (end_of_input_) return Result::kEndOfInput;
-    // Standard output is watched for errors only: a pipe reports one when
-    // its reader has gone.
-    pollfd watched[3] = {
-        {STDIN_FILENO, POLLIN, 0}, {signals_->descriptor, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+    pollfd watched[3] = {{STDIN_FILENO, POLLIN, 0},
+                         {stops_->descriptor(), POLLIN, 0},
+                         {STDOUT_FILENO, platform::kReaderGoneWatch, 0}};
     if (poll(watched, 3, -1) < 0) {
       if (errno == EINTR) continue;
       return Result::kEndOfInput;
     }
-    if ((watched[2].revents & POLLERR) != 0) return Result::kOutputClosed;
+    if (platform::ReaderGone(watched[2].revents)) return Result::kOutputClosed;
     if ((watched[1].revents & POLLIN) != 0) {
-      signalfd_siginfo received{};
-      const ssize_t ignored = read(signals_->descriptor, &received, sizeof received);
-      static_cast<void>(ignored);
+      stops_->Take();
       return Result::kInterrupted;
     }
     char chunk[512];

@@ -5,18 +5,19 @@
 // same reason, writing to an output that nobody reads any more (a pipe whose
 // reader has gone) fails with an error instead of ending the process.
 //
-// Construct the object before starting any thread: it blocks SIGINT,
-// SIGTERM and SIGHUP for the constructing thread, threads started afterwards
-// inherit that, and the signals are then received through a descriptor.
-// Destruction restores the previous signal mask of the constructing thread;
-// stop the other threads first.
+// Construct the object before starting any thread; it watches the stop
+// requests through vyn/platform/stop_requests.h, whose rules it follows.
 //
-// Ownership: owns its signal descriptor. One object per process.
+// Ownership: owns its StopRequests. One object per process.
 // Thread-safety: none; one thread constructs, reads and destroys it.
 #pragma once
 
 #include <memory>
 #include <string>
+
+namespace vyn::platform {
+class StopRequests;
+}
 
 namespace vyn::support {
 
@@ -36,8 +37,7 @@ class ConsoleInput {
   Result ReadLine(std::string* line);
 
  private:
-  struct SignalState;
-  std::unique_ptr<SignalState> signals_;
+  std::unique_ptr<platform::StopRequests> stops_;
   std::string buffered_;
   bool end_of_input_ = false;
 };

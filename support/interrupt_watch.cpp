@@ -1,48 +1,37 @@
 #include "support/interrupt_watch.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 
+#include "vyn/platform/stop_requests.h"
+
 namespace vyn::support {
 
 struct InterruptWatch::State {
-  sigset_t previous_mask{};
-  int signals = -1;
+  platform::StopRequests stops;
   int wake = -1;
   int input = -1;
   int output = -1;
 };
 
 InterruptWatch::InterruptWatch() : state_(std::make_unique<State>()) {
-  sigset_t watched;
-  sigemptyset(&watched);
-  sigaddset(&watched, SIGINT);
-  sigaddset(&watched, SIGTERM);
-  sigaddset(&watched, SIGHUP);
-  if (pthread_sigmask(SIG_BLOCK, &watched, &state_->previous_mask) == 0) {
-    state_->signals = signalfd(-1, &watched, SFD_CLOEXEC);
-  }
   state_->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
 
 InterruptWatch::~InterruptWatch() {
-  if (state_->signals >= 0) close(state_->signals);
   if (state_->wake >= 0) close(state_->wake);
-  pthread_sigmask(SIG_SETMASK, &state_->previous_mask, nullptr);
 }
 
 InterruptWatch::Event InterruptWatch::Wait(int timeout_ms) {
   for (;;) {
     pollfd watched[4] = {{state_->wake, POLLIN, 0},
-                         {state_->signals, POLLIN, 0},
+                         {state_->stops.descriptor(), POLLIN, 0},
                          {state_->input, POLLIN, 0},
-                         {state_->output, 0, 0}};
+                         {state_->output, platform::kReaderGoneWatch, 0}};
     const int ready = poll(watched, 4, timeout_ms);
     if (ready == 0) return Event::kTimedOut;
     if (ready < 0) {
@@ -50,9 +39,7 @@ InterruptWatch::Event InterruptWatch::Wait(int timeout_ms) {
       return Event::kWoken;  // nothing left to wait with
     }
     if ((watched[1].revents & POLLIN) != 0) {
-      signalfd_siginfo received{};
-      const ssize_t ignored = read(state_->signals, &received, sizeof received);
-      static_cast<void>(ignored);
+      state_->stops.Take();
       return Event::kInterrupted;
     }
     if ((watched[0].revents & POLLIN) != 0) {
@@ -61,7 +48,7 @@ InterruptWatch::Event InterruptWatch::Wait(int timeout_ms) {
       static_cast<void>(ignored);
       return Event::kWoken;
     }
-    if ((watched[3].revents & (POLLERR | POLLHUP)) != 0) {
+    if (platform::ReaderGone(watched[3].revents)) {
       state_->output = -1;
       return Event::kOutputClosed;
     }

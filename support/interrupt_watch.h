@@ -2,11 +2,9 @@
 // it can wind down cleanly (cancel what runs, close ports, remove files)
 // instead of ending at once.
 //
-// Construct the object before starting any thread: it blocks SIGINT, SIGHUP and
-// SIGTERM for the constructing thread, threads started afterwards inherit
-// that, and the signals are then received through a descriptor. Destruction
-// restores the previous signal mask of the constructing thread; stop the
-// other threads first.
+// Construct the object before starting any thread: it watches SIGINT,
+// SIGTERM and SIGHUP through vyn/platform/stop_requests.h, whose rules it
+// follows (the signals are blocked for threads started afterwards).
 //
 // Ownership: owns its descriptors. One object per process.
 // Thread-safety: Wake may be called from any thread; everything else belongs

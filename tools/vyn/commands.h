@@ -3,11 +3,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
-#include <string>
-#include <vector>
-
-#include "vyn/device/command_set.h"
 
 namespace vyn::tool {
 
@@ -22,14 +17,5 @@ void AddPluginCommand(CLI::App& app);
 void AddFirmwareCommand(CLI::App& app);
 void AddCrashTestCommand(CLI::App& app);
 void AddDumpCommand(CLI::App& app);
-
-// Builds the named request ("GetStatus", "Control", ... as `vyn frame build`
-// takes them) into `frame` and returns its length; sequence number and
-// checksums are left to the sender. Throws CLI::ValidationError for an
-// unknown name or wrong arguments.
-uint16_t BuildRequestFrame(const std::string& name, const std::vector<std::string>& args,
-                           CVYNCommandSet& command_set, unsigned char* frame);
-// The list of requests and their arguments, for help texts.
-std::string RequestHelp();
 
 }  // namespace vyn::tool

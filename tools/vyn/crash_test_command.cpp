@@ -15,6 +15,7 @@
 
 #include "tools/minidump/minidump_reader.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/number_grammar.h"
 #include "vyn/core/status.h"
 #include "vyn/diagnostics/memory_dump.h"
 #include "vyn/threads/monitored_thread.h"
@@ -68,7 +69,7 @@ const std::map<std::string, std::string>& Kinds() {
   return kinds;
 }
 
-[[noreturn]] void RunChild(const std::string& kind, int dump_type) {
+[[noreturn]] void RunChild(const std::string& kind, int64_t dump_type) {
   CVYNMemoryDump& dump = GetVYNMemoryDump();
   const int32_t status = dump.Initialize("vyn crash-test");
   if (status != VYN_STATUS_SUCCESS) {
@@ -122,7 +123,7 @@ std::map<std::string, int64_t> DumpFiles(const std::string& folder) {
   return files;
 }
 
-void RunParent(const std::string& kind, const std::string& folder, int dump_type) {
+void RunParent(const std::string& kind, const std::string& folder, int64_t dump_type) {
   if (Kinds().count(kind) == 0) throw CLI::ValidationError("KIND", "unknown kind '" + kind + "'");
   const std::string dumps = folder + "/Dumps";
   const std::map<std::string, int64_t> before = DumpFiles(dumps);
@@ -138,6 +139,8 @@ void RunParent(const std::string& kind, const std::string& folder, int dump_type
                   const_cast<char*>("--dump-type"),
                   const_cast<char*>(type_text.c_str()),
                   nullptr};
+  // Without a type of its own the child keeps the configured one.
+  if (dump_type < 0) argv[4] = nullptr;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
@@ -187,7 +190,7 @@ void AddCrashTestCommand(CLI::App& app) {
   static std::string kind;
   static std::string folder = ".";
   static bool child = false;
-  static int dump_type = -1;
+  static int64_t dump_type = -1;  // -1: the configured type
   std::string kinds = "Kinds:\n";
   for (const auto& [name, description] : Kinds()) {
     kinds.append("  ").append(name).append(": ").append(description).append("\n");
@@ -196,8 +199,10 @@ void AddCrashTestCommand(CLI::App& app) {
   command->add_option("KIND", kind, "What to provoke (see below)")->required();
   command->add_option("-C,--folder", folder, "Folder of the child (Dumps is created below it)")
       ->check(CLI::ExistingDirectory);
-  command->add_option("--dump-type", dump_type,
-                      "Minidump flags, e.g. 0 for stacks only, 2 for full memory");
+  command
+      ->add_option("--dump-type", dump_type,
+                   "Minidump flags, e.g. 0 for stacks only, 2 for full memory")
+      ->transform(NumberIn(0, 0xFFFFFFFF));
   command->add_flag("--child", child)->group("");  // the child's own invocation
   command->footer(kinds);
   command->callback([] {

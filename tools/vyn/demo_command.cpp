@@ -18,7 +18,9 @@
 #include "tools/vyn/commands.h"
 #include "tools/vyn/demo_firmware.h"
 #include "tools/vyn/link_session.h"
+#include "tools/vyn/number_grammar.h"
 #include "tools/vyn/output.h"
+#include "tools/vyn/request_table.h"
 #include "vyn/vyn.h"
 
 namespace vyn::tool {
@@ -238,7 +240,7 @@ void AddDemoCommand(CLI::App& app) {
   static DemoOptions options;
   demo->add_flag("--german", options.german, "Log texts in German");
   demo->add_option("--pause", options.pause_ms, "Milliseconds between requests")
-      ->check(CLI::Range(0, 10000))
+      ->transform(NumberIn(0, 10000))
       ->capture_default_str();
   demo->callback([] {
     const int result = RunDemo(options);

@@ -4,6 +4,7 @@
 
 #include "tools/minidump/minidump_reader.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/number_grammar.h"
 
 namespace vyn::tool {
 
@@ -13,7 +14,7 @@ void AddDumpCommand(CLI::App& app) {
   CLI::App* info = dump->add_subcommand(
       "info", "Print the threads, modules, exception and memory of a minidump");
   static std::string path;
-  info->add_option("FILE", path, "The dump file")->required();
+  info->add_option("FILE", path, "The dump file")->required()->check(NonEmptyPath());
   info->callback([] {
     minidump::DumpSummary summary;
     std::string error;

@@ -7,12 +7,14 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/flash_progress.h"
+#include "tools/vyn/number_grammar.h"
 #include "vyn/vyn.h"
 
 namespace vyn::tool {
@@ -67,16 +69,13 @@ uint32_t ParseFileType(const std::string& text) {
   for (uint32_t i = 0; i < 6; ++i) {
     if (lower == kNames[i]) return i + 1;
   }
-  try {
-    size_t used = 0;
-    const unsigned long long value = std::stoull(text, &used, 0);
-    if (used == text.size() && value <= 0xFFFFFFFFULL) return static_cast<uint32_t>(value);
-  } catch (const std::exception&) {
+  std::string refusal;
+  if (const std::optional<int64_t> value = ParseNumber(text, 0, 0xFFFFFFFF, &refusal)) {
+    return static_cast<uint32_t>(*value);
   }
-  throw CLI::ValidationError("--type",
-                             "a number or one of ccpu-remote, ccpu-head, kcpu, lcpu, "
-                             "mcpu, ecpu, not \"" +
-                                 text + "\"");
+  throw CLI::ValidationError("--type", refusal +
+                                           ", nor one of ccpu-remote, ccpu-head, kcpu, lcpu, "
+                                           "mcpu, ecpu");
 }
 
 std::string Printable(const unsigned char* bytes, size_t size) {
@@ -222,8 +221,11 @@ void AddFirmwareCommand(CLI::App& app) {
 
   CLI::App* pack = firmware->add_subcommand("pack", "Make a firmware file from a plain image");
   pack->add_option("IMAGE", options.source, "Plain image (or a firmware file to pack again)")
-      ->required();
-  pack->add_option("FILE", options.destination, "Firmware file to write")->required();
+      ->required()
+      ->check(NonEmptyPath());
+  pack->add_option("FILE", options.destination, "Firmware file to write")
+      ->required()
+      ->check(NonEmptyPath());
   pack->add_option("-t,--type", options.type,
                    "Processor: ccpu-remote, ccpu-head, kcpu, lcpu, mcpu, ecpu or a number")
       ->required();
@@ -232,23 +234,26 @@ void AddFirmwareCommand(CLI::App& app) {
   pack->callback([] { RunPack(options); });
 
   CLI::App* unpack = firmware->add_subcommand("unpack", "Check a firmware file, write its image");
-  unpack->add_option("FILE", options.source, "Firmware file")->required();
-  unpack->add_option("IMAGE", options.destination, "Plain image to write")->required();
+  unpack->add_option("FILE", options.source, "Firmware file")->required()->check(NonEmptyPath());
+  unpack->add_option("IMAGE", options.destination, "Plain image to write")
+      ->required()
+      ->check(NonEmptyPath());
   unpack->callback([] { RunUnpack(options); });
 
   CLI::App* verify = firmware->add_subcommand("verify", "Check a firmware file's magic and CRC");
-  verify->add_option("FILE", options.source, "Firmware file")->required();
+  verify->add_option("FILE", options.source, "Firmware file")->required()->check(NonEmptyPath());
   verify->callback([] { RunVerify(options); });
 
   CLI::App* info = firmware->add_subcommand("info", "Show a firmware file's header");
-  info->add_option("FILE", options.source, "Firmware file")->required();
+  info->add_option("FILE", options.source, "Firmware file")->required()->check(NonEmptyPath());
   info->callback([] { RunInfo(options); });
 
   CLI::App* flash = firmware->add_subcommand(
       "flash", "Send a firmware file to a processor's bootloader (Ctrl-C cancels)");
   flash->add_option("PORT", options.port, "Port name or path (COM1, ttyUSB0, /dev/pts/3)")
-      ->required();
-  flash->add_option("FILE", options.source, "Firmware file")->required();
+      ->required()
+      ->check(NonEmptyPath());
+  flash->add_option("FILE", options.source, "Firmware file")->required()->check(NonEmptyPath());
   flash->add_flag("--german", options.german, "Log texts in German");
   flash->callback([] {
     const int result = RunFlash(options);

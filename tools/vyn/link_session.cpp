@@ -10,7 +10,7 @@
 namespace vyn::tool {
 
 LinkSession::LinkSession(const std::string& port, int baud_id, bool mcpu, bool show_sent)
-    : terminal_(port), printer_(new TrafficPrinter(show_sent)) {
+    : printer_(new TrafficPrinter(show_sent)) {
   printer_->Initialize(true);
   CVYNMessageQueue& library_queue = GetVYNMessageQueue();
   library_queue.Initialize(false);

@@ -1,12 +1,13 @@
 // What `vyn monitor`, `vyn send` and `vyn demo` share: the library's queue
 // started as a distributor with a traffic printer registered, and the serial
-// port opened with its receiving thread. The destructor stops all of it and
-// gives the terminal behind the port its settings back.
+// port opened with its receiving thread. The destructor stops all of it;
+// closing the port gives the terminal behind it its settings back (the
+// serial device does that), so a terminal session opened as a port by
+// mistake is not left raw.
 #pragma once
 
 #include <string>
 
-#include "tools/vyn/terminal_guard.h"
 #include "tools/vyn/traffic_printer.h"
 
 namespace vyn::tool {
@@ -23,7 +24,6 @@ class LinkSession {
   TrafficPrinter& printer() { return *printer_; }
 
  private:
-  TerminalGuard terminal_;   // restored after the port is closed
   TrafficPrinter* printer_;  // owned by the library's queue once registered
 };
 

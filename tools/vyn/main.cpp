@@ -5,6 +5,7 @@
 
 #include "tools/vyn/commands.h"
 #include "tools/vyn/output.h"
+#include "vyn/platform/stop_requests.h"
 
 namespace {
 
@@ -27,10 +28,15 @@ bool ReportUnknownSubcommand(CLI::App& app, int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  vyn::tool::IgnoreBrokenPipeSignal();
+  // Writing into a closed pipe fails with EPIPE instead of ending the
+  // program at once, so that commands can clean up.
+  vyn::platform::IgnoreBrokenPipe();
   CLI::App app{"vyn - base services for serial-line devices, from the command line"};
   app.set_version_flag("--version", std::string("vyn ") + VYN_VERSION);
   app.require_subcommand(1);
+  app.footer(
+      "Numbers, wherever a command takes one, are decimal, or hexadecimal after 0x; a\n"
+      "leading 0 changes nothing.");
   vyn::tool::AddDemoCommand(app);
   vyn::tool::AddSimCommand(app);
   vyn::tool::AddFrameCommand(app);

@@ -9,6 +9,7 @@
 #include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/link_session.h"
+#include "tools/vyn/number_grammar.h"
 #include "tools/vyn/output.h"
 #include "vyn/serial/serial_port.h"
 
@@ -17,11 +18,14 @@ namespace {
 
 using Event = vyn::support::InterruptWatch::Event;
 
+// A month; more is a typo rather than a plan.
+constexpr int64_t kMaxMonitorSeconds = 30 * 24 * 3600;
+
 struct MonitorOptions {
   std::string port;
   int baud_id = 6;
   bool mcpu = false;
-  double seconds = 0;
+  unsigned seconds = 0;  // 0: until the end of standard input
 };
 
 void RunMonitor(const MonitorOptions& options) {
@@ -34,9 +38,8 @@ void RunMonitor(const MonitorOptions& options) {
   WriteErrorLine("monitoring " + options.port + "; end with Ctrl-C" +
                  (options.seconds > 0 ? " or when the time is up" : " or end of input"));
   using Clock = std::chrono::steady_clock;
-  const Clock::time_point end =
-      Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                         std::chrono::duration<double>(options.seconds > 0 ? options.seconds : 0));
+  const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                                   std::chrono::seconds(options.seconds));
   Event event = Event::kWoken;
   for (;;) {
     int timeout_ms = -1;
@@ -59,13 +62,16 @@ void AddMonitorCommand(CLI::App& app) {
   CLI::App* monitor = app.add_subcommand("monitor", "Show a device's traffic as it arrives");
   static MonitorOptions options;
   monitor->add_option("PORT", options.port, "Port name or path (COM1, ttyUSB0, /dev/pts/3)")
-      ->required();
+      ->required()
+      ->check(NonEmptyPath());
   monitor->add_option("-b,--baud", options.baud_id, "Baud id 0-10 (6 = 57600)")
-      ->check(CLI::Range(0, 10))
+      ->transform(NumberIn(0, 10))
       ->capture_default_str();
   monitor->add_flag("--mcpu", options.mcpu, "Expect motor-processor frames ('>') instead of 'B'");
-  monitor->add_option("-t,--seconds", options.seconds,
-                      "Stop after this many seconds (default: at the end of standard input)");
+  monitor
+      ->add_option("-t,--seconds", options.seconds,
+                   "Stop after this many seconds (default, or 0: at the end of standard input)")
+      ->transform(NumberIn(0, kMaxMonitorSeconds));
   monitor->callback([] { RunMonitor(options); });
 }
 

@@ -1,7 +1,6 @@
 #include "tools/vyn/output.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -55,13 +54,6 @@ bool WriteAll(const char* data, size_t size) {
 
 }  // namespace
 
-void IgnoreBrokenPipeSignal() {
-  struct sigaction ignore {};
-  ignore.sa_handler = SIG_IGN;
-  sigemptyset(&ignore.sa_mask);
-  sigaction(SIGPIPE, &ignore, nullptr);
-}
-
 bool WriteOutputLine(const std::string& line) { return WriteOutputText(line + "\n"); }
 
 void PrintOutput(const char* format, ...) {
@@ -112,11 +104,6 @@ void WriteErrorLine(const std::string& line) {
 }
 
 bool OutputBroken() { return output_broken; }
-
-bool OutputClosedByReader() {
-  pollfd watched{STDOUT_FILENO, 0, 0};
-  return poll(&watched, 1, 0) > 0 && (watched.revents & POLLERR) != 0;
-}
 
 bool FinishOutput() {
   const bool flushed = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;

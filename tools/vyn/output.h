@@ -19,10 +19,6 @@
 
 namespace vyn::tool {
 
-// Writing into a closed pipe fails with EPIPE instead of ending the process
-// at once, so that commands can clean up; called first thing by main().
-void IgnoreBrokenPipeSignal();
-
 // Writes `line` (a line end is added) to standard output; false when the
 // line was dropped or the output is broken.
 bool WriteOutputLine(const std::string& line);
@@ -37,10 +33,6 @@ void WriteErrorLine(const std::string& line);
 
 // True once a write found the reader of standard output gone.
 bool OutputBroken();
-
-// True when standard output is a pipe or socket whose reader has gone, found
-// without writing.
-bool OutputClosedByReader();
 
 // Flushes and closes standard output; false (after a message on standard
 // error) when any output was lost.

@@ -11,6 +11,7 @@
 
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/number_grammar.h"
 #include "tools/vyn/output.h"
 #include "vyn/core/memory_controls.h"
 #include "vyn/core/status.h"
@@ -43,16 +44,11 @@ std::string Result(int32_t status) {
   return name == "???" ? std::to_string(status) : std::to_string(status) + " (" + name + ")";
 }
 
-bool ParseEvent(const std::string& text, int32_t* event) {
-  try {
-    size_t used = 0;
-    const long long value = std::stoll(text, &used, 0);
-    if (used != text.size() || value < INT32_MIN || value > INT32_MAX) return false;
-    *event = static_cast<int32_t>(value);
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
+// An event number: any 32-bit signed number; `refusal` says why not.
+bool ParseEvent(const std::string& text, int32_t* event, std::string* refusal) {
+  const std::optional<int64_t> value = ParseNumber(text, INT32_MIN, INT32_MAX, refusal);
+  if (value) *event = static_cast<int32_t>(*value);
+  return value.has_value();
 }
 
 // The plug-in manager of this process, with the library's log shown on
@@ -165,8 +161,11 @@ class PluginSession {
       arguments >> number >> std::ws;
       std::getline(arguments, text);
       int32_t event = 0;
-      if ((command == "send" && name.empty()) || !ParseEvent(number, &event)) {
+      std::string refusal;
+      if ((command == "send" && name.empty()) || number.empty()) {
         Print(command == "send" ? "usage: send NAME N [TEXT]" : "usage: event N [TEXT]");
+      } else if (!ParseEvent(number, &event, &refusal)) {
+        Print("error: " + refusal);
       } else if (command == "send") {
         Send(name, event, text.empty() ? nullptr : &text);
       } else {
@@ -213,8 +212,9 @@ void RunLoad(const PluginOptions& options) {
   for (const std::string& argument : options.events) {
     const size_t colon = argument.find(':');
     int32_t event = 0;
-    if (!ParseEvent(argument.substr(0, colon), &event)) {
-      throw CLI::ValidationError("--event", "not an event number: " + argument);
+    std::string refusal;
+    if (!ParseEvent(argument.substr(0, colon), &event, &refusal)) {
+      throw CLI::ValidationError("--event", refusal);
     }
     // A colon gives a text, even an empty one; without it there is no data.
     std::optional<std::string> text;
@@ -268,7 +268,9 @@ void AddPluginCommand(CLI::App& app) {
 
   CLI::App* load = plugin->add_subcommand(
       "load", "Load plug-ins, send events, show dialogs, then unload them all");
-  load->add_option("PATH", options.paths, "Plug-in files, in load order")->required();
+  load->add_option("PATH", options.paths, "Plug-in files, in load order")
+      ->required()
+      ->check(NonEmptyPath());
   load->add_option("-e,--event", options.events,
                    "N or N:TEXT, sent to every plug-in that takes events (repeatable, in order)");
   load->add_flag("-d,--dialog", options.dialogs, "Show the dialog of every plug-in that has one");
@@ -278,7 +280,7 @@ void AddPluginCommand(CLI::App& app) {
   load->callback([] { RunLoad(options); });
 
   CLI::App* shell = plugin->add_subcommand("shell", "Load plug-ins, then take commands from input");
-  shell->add_option("PATH", options.paths, "Plug-in files to load first");
+  shell->add_option("PATH", options.paths, "Plug-in files to load first")->check(NonEmptyPath());
   add_log(shell);
   shell->footer(std::string(kShellHelp) + kEventHelp);
   shell->callback([] { RunShell(options); });

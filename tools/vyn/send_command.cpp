@@ -11,6 +11,8 @@
 #include "support/interrupt_watch.h"
 #include "tools/vyn/commands.h"
 #include "tools/vyn/link_session.h"
+#include "tools/vyn/number_grammar.h"
+#include "tools/vyn/request_table.h"
 #include "vyn/core/status.h"
 #include "vyn/device/command_set.h"
 #include "vyn/device/frame_format.h"
@@ -71,14 +73,15 @@ void AddSendCommand(CLI::App& app) {
   CLI::App* send = app.add_subcommand("send", "Send one request to a device and show the reply");
   static SendOptions options;
   send->add_option("PORT", options.port, "Port name or path (COM1, ttyUSB0, /dev/pts/3)")
-      ->required();
+      ->required()
+      ->check(NonEmptyPath());
   send->add_option("REQUEST", options.request, "Request name (see the list below)")->required();
   send->add_option("ARGS", options.args, "Arguments of the request");
   send->add_option("-b,--baud", options.baud_id, "Baud id 0-10 (6 = 57600)")
-      ->check(CLI::Range(0, 10))
+      ->transform(NumberIn(0, 10))
       ->capture_default_str();
   send->add_option("-w,--wait", options.wait_ms, "Milliseconds to wait for the reply")
-      ->check(CLI::Range(1, 600000))
+      ->transform(NumberIn(1, 600000))
       ->capture_default_str();
   send->footer(RequestHelp());
   send->callback([] { RunSend(options); });

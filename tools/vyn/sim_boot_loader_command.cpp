@@ -14,6 +14,7 @@
 #include "sim/boot_loader_simulator.h"
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/number_grammar.h"
 #include "tools/vyn/output.h"
 #include "tools/vyn/simulator_console.h"
 
@@ -55,17 +56,17 @@ struct BootSimOptions {
   uint32_t erase_ms = 0;
 };
 
-// Decimal, or hexadecimal with 0x, up to `limit`.
-bool ParseNumber(std::string_view text, unsigned long limit, unsigned long* value) {
-  if (text.empty() || text.front() == '-' || text.front() == '+') return false;
-  const std::string copy(text);
-  char* end = nullptr;
-  errno = 0;
-  *value = std::strtoul(copy.c_str(), &end, 0);
-  return errno == 0 && end == copy.c_str() + copy.size() && *value <= limit;
+// The fastest pace the simulated line takes, on the command line and on input.
+constexpr int64_t kMaxBaud = 100'000'000;
+
+// A number from 0 to `limit` by the program's rule; `refusal` says why not.
+bool ParseNumber(std::string_view text, int64_t limit, unsigned long* value, std::string* refusal) {
+  const std::optional<int64_t> number = vyn::tool::ParseNumber(text, 0, limit, refusal);
+  if (number) *value = static_cast<unsigned long>(*number);
+  return number.has_value();
 }
 
-bool ParseCommandCode(std::string_view text, uint8_t* code) {
+bool ParseCommandCode(std::string_view text, uint8_t* code, std::string* refusal) {
   static constexpr std::pair<std::string_view, uint8_t> kNames[] = {
       {"get", cmd::kGet},
       {"version", cmd::kGetVersion},
@@ -87,7 +88,7 @@ bool ParseCommandCode(std::string_view text, uint8_t* code) {
     }
   }
   unsigned long number = 0;
-  if (!ParseNumber(text, 0xFF, &number)) return false;
+  if (!ParseNumber(text, 0xFF, &number, refusal)) return false;
   *code = static_cast<uint8_t>(number);
   return true;
 }
@@ -99,8 +100,9 @@ bool ParseSwitch(std::string_view text, bool* on) {
 }
 
 // "nack CMD [always] [after N] [result]" into a fault.
-bool ParseNack(const std::vector<std::string_view>& words, sim::NackFault* fault) {
-  if (words.size() < 2 || !ParseCommandCode(words[1], &fault->command)) return false;
+bool ParseNack(const std::vector<std::string_view>& words, sim::NackFault* fault,
+               std::string* refusal) {
+  if (words.size() < 2 || !ParseCommandCode(words[1], &fault->command, refusal)) return false;
   for (size_t i = 2; i < words.size(); ++i) {
     unsigned long skip = 0;
     if (words[i] == "always") {
@@ -110,7 +112,7 @@ bool ParseNack(const std::vector<std::string_view>& words, sim::NackFault* fault
     } else if (words[i] == "result") {
       fault->point = sim::NackPoint::kResult;
     } else if (words[i] == "after" && i + 1 < words.size() &&
-               ParseNumber(words[i + 1], 0xFFFFFFFF, &skip)) {
+               ParseNumber(words[i + 1], 0xFFFFFFFF, &skip, refusal)) {
       fault->skip = static_cast<uint32_t>(skip);
       ++i;
     } else {
@@ -159,11 +161,12 @@ bool RunCommand(sim::BootLoaderSimulator& chip, const std::vector<std::string_vi
   unsigned long number = 0;
   bool on = false;
   std::string answer;
+  std::string refusal;  // why a number was not taken
   sim::NackFault fault;
   if (command == "nack" && one_argument && argument == "off") {
     chip.ClearNack();
     answer = "ok: no NACK injected";
-  } else if (command == "nack" && ParseNack(words, &fault)) {
+  } else if (command == "nack" && ParseNack(words, &fault, &refusal)) {
     chip.InjectNack(fault);
     char text[128];
     std::snprintf(text, sizeof text, "ok: NACK for command 0x%02X %s%s", fault.command,
@@ -174,7 +177,8 @@ bool RunCommand(sim::BootLoaderSimulator& chip, const std::vector<std::string_vi
     chip.ClearLostAck();
     answer = "ok: no ACK lost";
   } else if (command == "loseack" &&
-             (words.size() == 1 || (one_argument && ParseNumber(argument, 0xFFFFFFFF, &number)))) {
+             (words.size() == 1 ||
+              (one_argument && ParseNumber(argument, 0xFFFFFFFF, &number, &refusal)))) {
     chip.LoseAck(static_cast<uint32_t>(number));
     answer = "ok: an ACK will be lost";
   } else if (command == "silent" && one_argument && ParseSwitch(argument, &on)) {
@@ -183,13 +187,15 @@ bool RunCommand(sim::BootLoaderSimulator& chip, const std::vector<std::string_vi
   } else if (command == "chipid" && one_argument && argument == "default") {
     chip.SetChipId(chip.options().chip_id);
     answer = "ok: chip id restored";
-  } else if (command == "chipid" && one_argument && ParseNumber(argument, 0xFFFF, &number)) {
+  } else if (command == "chipid" && one_argument &&
+             ParseNumber(argument, 0xFFFF, &number, &refusal)) {
     chip.SetChipId(static_cast<uint16_t>(number));
     answer = "ok: chip id set";
   } else if (command == "version" && one_argument && argument == "default") {
     chip.SetVersion(chip.options().version);
     answer = "ok: version restored";
-  } else if (command == "version" && one_argument && ParseNumber(argument, 0xFF, &number)) {
+  } else if (command == "version" && one_argument &&
+             ParseNumber(argument, 0xFF, &number, &refusal)) {
     chip.SetVersion(static_cast<uint8_t>(number));
     answer = "ok: version set";
   } else if (command == "wp" && one_argument && ParseSwitch(argument, &on)) {
@@ -208,14 +214,15 @@ bool RunCommand(sim::BootLoaderSimulator& chip, const std::vector<std::string_vi
     answer = chip.Unplug() ? "ok: unplugged" : "error: unplug failed";
   } else if (command == "replug" && words.size() == 1) {
     answer = chip.Replug() ? "ok: plugged in" : "error: replug failed";
-  } else if (command == "baud" && one_argument && ParseNumber(argument, 100'000'000, &number)) {
+  } else if (command == "baud" && one_argument &&
+             ParseNumber(argument, kMaxBaud, &number, &refusal)) {
     chip.SetBaudRate(static_cast<uint32_t>(number));
     answer = "ok: baud rate set";
   } else if (command == "flash" && (one_argument || words.size() == 3) &&
-             ParseNumber(argument, 0xFFFFFFFF, &number)) {
+             ParseNumber(argument, 0xFFFFFFFF, &number, &refusal)) {
     unsigned long count = 16;
-    if (words.size() == 3 && (!ParseNumber(words[2], 256, &count) || count == 0)) {
-      answer = "error: the count is 1 to 256";
+    if (words.size() == 3 && (!ParseNumber(words[2], 256, &count, &refusal) || count == 0)) {
+      answer = "error: " + NumberRefusal(words[2], 1, 256);
     } else {
       PrintFlash(chip, number, count);
     }
@@ -226,7 +233,8 @@ bool RunCommand(sim::BootLoaderSimulator& chip, const std::vector<std::string_vi
   } else if (command == "quit" || command == "exit") {
     return false;
   } else {
-    answer = "error: unknown command or argument (try help)";
+    answer =
+        refusal.empty() ? "error: unknown command or argument (try help)" : "error: " + refusal;
   }
   if (!answer.empty()) PrintOutput("%s\n", answer.c_str());
   return true;
@@ -263,26 +271,31 @@ void AddSimBootLoaderCommand(CLI::App& sim) {
       "Run a simulated STM32 system bootloader; prints the port path to open on its first line "
       "and runs until standard input ends, 'quit' or Ctrl-C");
   boot->add_option("--dir", s.link_directory,
-                   "Existing directory for the port link (default: a new one below /tmp)");
-  boot->add_option("--name", s.link_name, "Name of the port link")->capture_default_str();
+                   "Existing directory for the port link (default: a new one below /tmp)")
+      ->check(NonEmptyPath());
+  boot->add_option("--name", s.link_name, "Name of the port link")
+      ->capture_default_str()
+      ->check(NonEmptyPath());
   boot->add_option("--baud", s.baud_rate, "Pace the line at this baud rate, 0 for unpaced")
       ->capture_default_str()
-      ->check(CLI::Range(0u, 100'000'000u));
+      ->transform(NumberIn(0, kMaxBaud));
   boot->add_option("--chip-id", options->chip_id, "Chip id reported by Get ID (default 0x0413)")
-      ->check(CLI::Range(0u, 0xFFFFu));
+      ->transform(NumberIn(0, 0xFFFF));
   boot->add_option("--version", options->version,
                    "Bootloader version, major and minor in the nibbles of a byte (default 0x31)")
-      ->check(CLI::Range(0u, 0xFFu));
-  boot->add_option("--flash-base", s.flash_base, "Address of the flash")->capture_default_str();
+      ->transform(NumberIn(0, 0xFF));
+  boot->add_option("--flash-base", s.flash_base, "Address of the flash")
+      ->capture_default_str()
+      ->transform(NumberIn(0, 0xFFFFFFFF));
   boot->add_option("--flash-size", s.flash_size, "Size of the flash in bytes")
       ->capture_default_str()
-      ->check(CLI::Range(1u, sim::BootLoaderSimulator::kMaxFlashSize));
+      ->transform(NumberIn(1, sim::BootLoaderSimulator::kMaxFlashSize));
   boot->add_option("--page-size", options->page_size,
                    "Uniform page size in bytes (default: sectors of 16, 16, 16, 16, 64 and then "
                    "128 KiB)")
-      ->check(CLI::Range(1u, sim::BootLoaderSimulator::kMaxFlashSize));
+      ->transform(NumberIn(1, sim::BootLoaderSimulator::kMaxFlashSize));
   boot->add_option("--erase-ms", options->erase_ms, "Time to erase one page, in milliseconds")
-      ->check(CLI::Range(0u, 60000u));
+      ->transform(NumberIn(0, 60000));
   boot->add_flag("--read-protected", s.read_protected, "Start with readout protection");
   boot->add_flag("--write-protected", s.write_protected, "Start with every page write-protected");
   boot->footer(kCommandHelp);

@@ -2,10 +2,10 @@
 // standard input so that a person or a script can inject faults while a
 // program under test talks to it.
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +13,7 @@
 #include "sim/device_simulator.h"
 #include "support/console_input.h"
 #include "tools/vyn/commands.h"
+#include "tools/vyn/number_grammar.h"
 #include "tools/vyn/output.h"
 #include "tools/vyn/simulator_console.h"
 
@@ -24,7 +25,7 @@ constexpr const char* kCommandHelp =
     "  drop                     the next frame loses the byte in its middle\n"
     "  badsum [header|payload]  the next frame has a wrong checksum (default: payload)\n"
     "  garbage N                send N bytes of garbage now (never a start byte), in the\n"
-    "                           background; at most 4294967295\n"
+    "                           background\n"
     "  stall MS                 send nothing for MS milliseconds\n"
     "  clear                    undo the faults not yet spent: end a stall, forget garbage\n"
     "                           not yet sent, disarm drop, badsum and split\n"
@@ -32,11 +33,12 @@ constexpr const char* kCommandHelp =
     "  unplug                   close the terminal: the port hangs up, the path goes away\n"
     "  replug                   a new terminal under the same path\n"
     "  notify on|off            periodic status, trace and debug notifications\n"
-    "  period MS                the notification period\n"
+    "  period MS                the notification period (1 to 60000)\n"
     "  channels 1|2             answer as a rocker (1) or a joystick (2)\n"
     "  stats                    print the counters\n"
     "  help                     print this list\n"
-    "  quit                     stop, as the end of input or Ctrl-C do\n";
+    "  quit                     stop, as the end of input or Ctrl-C do\n"
+    "N and MS are 0 to 4294967295 unless said otherwise.\n";
 
 struct SimOptions {
   std::string directory;
@@ -46,10 +48,10 @@ struct SimOptions {
   unsigned period_ms = 100;
 };
 
-bool ParseNumber(std::string_view text, unsigned* value) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value);
-  return error == std::errc() && end == text.data() + text.size();
-}
+// Counts and times of the fault commands are 32-bit on the simulator's side.
+constexpr int64_t kMaxCount = 0xFFFFFFFF;
+// The longest notification period, on the command line and on input alike.
+constexpr int64_t kMaxPeriodMs = 60000;
 
 void PrintCounters(const sim::DeviceSimulator& device) {
   const sim::DeviceSimulatorCounters c = device.counters();
@@ -74,9 +76,12 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
   using std::chrono::milliseconds;
   const std::string_view command = words[0];
   const std::string_view argument = words.size() > 1 ? words[1] : std::string_view();
-  unsigned number = 0;
-  const bool has_number = ParseNumber(argument, &number);
-  const char* answer = nullptr;
+  // A command that takes a number answers the number's refusal.
+  std::string refusal;
+  const auto number = [&](int64_t min, int64_t max) {
+    return ParseNumber(argument, min, max, &refusal);
+  };
+  std::string answer;
   if (command == "drop") {
     device.DropByte();
     answer = "ok: the next frame loses a byte";
@@ -86,14 +91,16 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
   } else if (command == "badsum" && argument == "header") {
     device.CorruptChecksum(sim::ChecksumKind::kHeader);
     answer = "ok: the next frame has a wrong header checksum";
-  } else if (command == "garbage" && has_number) {
-    device.SendGarbage(number);
+  } else if (const auto bytes = command == "garbage" ? number(0, kMaxCount) : std::nullopt) {
+    device.SendGarbage(static_cast<uint32_t>(*bytes));
     answer = "ok: garbage queued";
-  } else if (command == "stall" && has_number) {
-    device.Stall(milliseconds(number));
+  } else if (const auto ms = command == "stall" ? number(0, kMaxCount) : std::nullopt) {
+    device.Stall(milliseconds(*ms));
     answer = "ok: stalled";
-  } else if (command == "split" && (argument.empty() || has_number)) {
-    device.SplitNextFrame(milliseconds(argument.empty() ? 2500 : number));
+  } else if (const auto gap = command == "split" ? (argument.empty() ? std::optional<int64_t>(2500)
+                                                                     : number(0, kMaxCount))
+                                                 : std::nullopt) {
+    device.SplitNextFrame(milliseconds(*gap));
     answer = "ok: the next frame is split";
   } else if (command == "clear") {
     device.ClearFaults();
@@ -105,12 +112,12 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
   } else if (command == "notify" && (argument == "on" || argument == "off")) {
     device.SetNotifications(argument == "on");
     answer = argument == "on" ? "ok: notifications on" : "ok: notifications off";
-  } else if (command == "period" && has_number && number > 0) {
-    device.SetNotificationPeriod(milliseconds(number));
+  } else if (const auto period = command == "period" ? number(1, kMaxPeriodMs) : std::nullopt) {
+    device.SetNotificationPeriod(milliseconds(*period));
     answer = "ok: period set";
-  } else if (command == "channels" && has_number && (number == 1 || number == 2)) {
-    device.SetTwoChannelInput(number == 2);
-    answer = number == 2 ? "ok: joystick" : "ok: rocker";
+  } else if (const auto channels = command == "channels" ? number(1, 2) : std::nullopt) {
+    device.SetTwoChannelInput(*channels == 2);
+    answer = *channels == 2 ? "ok: joystick" : "ok: rocker";
   } else if (command == "stats") {
     PrintCounters(device);
   } else if (command == "help") {
@@ -119,10 +126,9 @@ bool RunCommand(sim::DeviceSimulator& device, const std::vector<std::string_view
     return false;
   } else {
     answer =
-        "error: unknown command or argument; numbers are decimal, 0 to 4294967295 "
-        "(try help)";
+        refusal.empty() ? "error: unknown command or argument (try help)" : "error: " + refusal;
   }
-  if (answer != nullptr) PrintOutput("%s\n", answer);
+  if (!answer.empty()) PrintOutput("%s\n", answer.c_str());
   return true;
 }
 
@@ -156,15 +162,19 @@ void AddSimCommand(CLI::App& app) {
       "device",
       "Run a simulated device; prints the port path to open on its first line and runs until "
       "standard input ends, 'quit' or Ctrl-C");
-  device->add_option("--dir", options->directory,
-                     "Existing directory for the port link (default: a new one below /tmp)");
-  device->add_option("--name", options->name, "Name of the port link")->capture_default_str();
+  device
+      ->add_option("--dir", options->directory,
+                   "Existing directory for the port link (default: a new one below /tmp)")
+      ->check(NonEmptyPath());
+  device->add_option("--name", options->name, "Name of the port link")
+      ->capture_default_str()
+      ->check(NonEmptyPath());
   device->add_flag("--rocker", options->rocker,
                    "Answer as a one-channel input (default: joystick)");
   device->add_flag("--notify", options->notify, "Start with notifications on");
   device->add_option("--period", options->period_ms, "Notification period in milliseconds")
       ->capture_default_str()
-      ->check(CLI::Range(1u, 60000u));
+      ->transform(NumberIn(1, kMaxPeriodMs));
   device->footer(kCommandHelp);
   device->callback([options] {
     const int result = RunSimDevice(*options);
