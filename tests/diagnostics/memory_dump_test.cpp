@@ -49,7 +49,6 @@ TEST(MemoryDumpTest, WithoutHandlersNothingIsProvokedAndDepPolicyIsMissing) {
   EXPECT_EQ(dump.CreateMemoryDump(), VYN_STATUS_NOT_INITIALIZED);
   EXPECT_EQ(dump.RunHeapCheckThread(), VYN_STATUS_NOT_INITIALIZED);  // no thread
   EXPECT_EQ(dump.SetDEPPolicy(1), VYN_STATUS_NOT_FOUND);
-  EXPECT_EQ(dump.SetDEPPolicy(1), VYN_STATUS_NOT_FOUND);
   EXPECT_EQ(dump.SetDumpAfterHeapCorruption(false), VYN_STATUS_SUCCESS);
 }
 
@@ -77,22 +76,9 @@ TEST(MemoryDumpTest, CyclicHeapCheckStartsOnceAndStopsAndLogsBoth) {
     EXPECT_FALSE(IsRegistered("VYN Heap Check"));
   }
   log.Terminate();
-  std::string logged;
-  for (const auto& item : std::filesystem::directory_iterator("Logs")) {
-    logged += ReadFile(item.path().string());
-  }
-  size_t started = 0;
-  size_t stopped = 0;
-  for (size_t at = 0; (at = logged.find("heap check has been started.", at)) != std::string::npos;
-       ++at) {
-    ++started;
-  }
-  for (size_t at = 0; (at = logged.find("heap check has been stopped.", at)) != std::string::npos;
-       ++at) {
-    ++stopped;
-  }
-  EXPECT_EQ(started, 2u) << logged;
-  EXPECT_EQ(stopped, 2u) << logged;
+  const std::string logged = LoggedText(folder.path());
+  EXPECT_EQ(CountOf(logged, "heap check has been started."), 2u) << logged;
+  EXPECT_EQ(CountOf(logged, "heap check has been stopped."), 2u) << logged;
 }
 
 TEST(MemoryDumpDeathTest, TerminationOnHeapCorruptionCannotBeSwitchedOffAndEndsAtFree) {
@@ -193,9 +179,8 @@ TEST(DecimalValueTest, ReadsAsAtoiAndClampsInsteadOfOverflowing) {
 }
 
 TEST(MinidumpReaderTest, DamagedFilesAreRefusedWithoutReadingOutsideThem) {
-  TempDir folder;
-  WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nDumpType=0\n");  // small: written often
-  const ProbeRun run = RunProbe(folder.path(), {"threads", "3"});
+  const ProbeRun run = RunProbe({{"threads", "3"}, "DumpType=0\n"});  // small: read often
+  const TempDir& folder = *run.folder;
   ASSERT_EQ(run.dumps.size(), 1u);
   const std::string original = ReadFile(run.dumps[0]);
   minidump::DumpSummary summary;
