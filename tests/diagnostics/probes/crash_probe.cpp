@@ -183,7 +183,7 @@ void Fail(const std::string& kind, int argc, char** argv) {
     // just after its first look: with dump after heap corruption the
     // process ends; without, the check logs it and the process goes on.
     CVYNSystemLogEx& log = GetVYNSystemLogEx();
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     const auto damaged = std::chrono::steady_clock::now();
     dump.ProvokeHeapCorruption();
     int64_t fatal = 0;
