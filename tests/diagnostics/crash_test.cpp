@@ -1,19 +1,18 @@
 // Crashes of a real program linked against the shared library: each case
-// runs the crash probe as a child process in a folder of its own and checks
-// how it ended, the dump it left (with our reader and with LLDB) and what
-// the user was told.
+// runs the crash probe as a child process in a folder of its own (the cases
+// of a test all at once) and checks how it ended, the dump it left (with our
+// reader and with LLDB) and what the user was told.
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <cctype>
 #include <cstdlib>
-#include <filesystem>
+#include <ctime>
 #include <map>
 #include <set>
 #include <string>
 
 #include "tests/diagnostics/crash_test_support.h"
-#include "tests/support/temp_dir.h"
 #include "tools/minidump/minidump_reader.h"
 #include "vyn/diagnostics/memory_dump.h"
 
@@ -29,46 +28,45 @@ DumpSummary Read(const std::string& path) {
   return summary;
 }
 
-std::set<uint32_t> ThreadIds(const DumpSummary& summary) {
-  std::set<uint32_t> ids;
-  for (const minidump::DumpThread& thread : summary.threads) ids.insert(thread.id);
-  return ids;
+std::map<uint32_t, std::string> ThreadNames(const DumpSummary& summary) {
+  std::map<uint32_t, std::string> names;
+  for (const minidump::DumpThread& thread : summary.threads) names[thread.id] = thread.name;
+  return names;
 }
 
-// The ids of LLDB's "thread list" lines ("thread #2: tid = 4711, ...").
-std::set<uint32_t> LldbThreadIds(const std::string& output) {
-  std::set<uint32_t> ids;
-  const std::string marker = ": tid = ";
-  for (size_t at = output.find(marker); at != std::string::npos; at = output.find(marker, at + 1)) {
-    ids.insert(
-        static_cast<uint32_t>(std::strtoul(output.c_str() + at + marker.size(), nullptr, 10)));
-  }
-  return ids;
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
 }
 
-// "<folder>/Dumps/crash probe YYYY-MM-DD HH-MM-SS (01).dmp", digits checked.
-bool IsFirstDumpName(const std::string& path) {
-  const std::string prefix = "/Dumps/crash probe ";
-  const std::string pattern = "####-##-## ##-##-## (01).dmp";
-  const size_t at = path.find(prefix);
-  if (at == std::string::npos || path.size() != at + prefix.size() + pattern.size()) return false;
-  for (size_t i = 0; i < pattern.size(); ++i) {
-    const char c = path[at + prefix.size() + i];
-    if (pattern[i] == '#' ? !std::isdigit(static_cast<unsigned char>(c)) : c != pattern[i]) {
-      return false;
-    }
-  }
-  return true;
+std::string LocalTimeNow() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H-%M-%S", &local);
+  return text;
 }
 
-TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndADump) {
+// "<folder>/Dumps/crash probe YYYY-MM-DD HH-MM-SS (01).dmp", written between
+// the local times `from` and `to`.
+void ExpectFirstDumpName(const ProbeRun& run, const std::string& from, const std::string& to) {
+  const std::string prefix = run.folder->path() + "/Dumps/crash probe ";
+  const std::string& path = run.dumps[0];
+  ASSERT_EQ(path.size(), prefix.size() + from.size() + 9) << path;
+  EXPECT_EQ(path.substr(0, prefix.size()), prefix);
+  const std::string time = path.substr(prefix.size(), from.size());
+  EXPECT_TRUE(from <= time && time <= to) << time << " not within " << from << " .. " << to;
+  EXPECT_EQ(path.substr(prefix.size() + from.size()), " (01).dmp");
+}
+
+TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndOneDump) {
   const uint32_t kEnd = 0xC0000025;
   struct Case {
     std::string kind;
-    int signal;
+    int signal;       // 0: a crash during a crash, whichever fault comes first
     uint32_t reason;  // the end-of-process reason, 0 for a real fault
   };
-  const Case cases[] = {
+  const std::vector<Case> cases = {
       {"segv", SIGSEGV, 0},
       {"provoke", SIGSEGV, 0},
       {"thread-segv", SIGSEGV, 0},
@@ -83,18 +81,31 @@ TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndADump) {
       {"bus", SIGBUS, 0},
       {"request", SIGTRAP, VYN_END_OF_PROCESS_REQUESTED},
       {"pure-virtual", SIGTRAP, VYN_END_OF_PROCESS_PURE_VIRTUAL},
+      // Every thread at once; a second thread while the dump is written; a
+      // fault of the dumping thread itself; a damaged C library heap. The
+      // first dump ends the process: a second crash writes none.
+      {"all-threads", 0, 0},
+      {"second-crash", 0, 0},
+      {"fault-during-dump", 0, 0},
+      {"corrupt-heap", 0, 0},
   };
-  for (const Case& c : cases) {
+  std::vector<Probe> probes;
+  for (const Case& c : cases) probes.push_back({{c.kind}});
+  const std::string from = LocalTimeNow();
+  const std::vector<ProbeRun> runs = RunProbes(probes);
+  const std::string to = LocalTimeNow();
+  for (size_t i = 0; i < cases.size(); ++i) {
+    const Case& c = cases[i];
+    const ProbeRun& run = runs[i];
     SCOPED_TRACE(c.kind);
-    TempDir folder;
-    const ProbeRun run = RunProbe(folder.path(), {c.kind});
     EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
     ASSERT_EQ(run.dumps.size(), 1u) << run.result.output;
-    EXPECT_TRUE(IsFirstDumpName(run.dumps[0])) << run.dumps[0];
+    ExpectFirstDumpName(run, from, to);
     const DumpSummary dump = Read(run.dumps[0]);
     ASSERT_TRUE(dump.has_exception);
+    EXPECT_EQ(ThreadNames(dump).count(dump.exception_thread), 1u);
+    if (c.signal == 0) continue;
     EXPECT_EQ(dump.exception.code, static_cast<uint32_t>(c.signal));
-    EXPECT_EQ(ThreadIds(dump).count(dump.exception_thread), 1u);
     EXPECT_EQ(dump.flags, CVYNMemoryDump::kDefaultDumpType);
     if (c.reason != 0) {
       ASSERT_EQ(dump.exception.parameter_count, 2u);
@@ -106,252 +117,206 @@ TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndADump) {
 
 TEST(CrashTest, LldbOpensEveryDumpWithEveryThreadsBacktrace) {
   struct Case {
-    std::vector<std::string> arguments;
+    Probe probe;
     std::vector<std::string> expected;  // in LLDB's backtraces
     bool complete;                      // every backtrace reaches its thread's start
   };
-  const Case cases[] = {
-      {{"threads", "6"}, {"stop reason = signal SIGSEGV", "CrashInProbeFunction", "main"}, true},
+  const std::vector<Case> cases = {
+      {{{"threads", "6"}}, {"stop reason = signal SIGSEGV", "CrashInProbeFunction", "main"}, true},
       // Only the innermost part of an overflowed stack is kept.
-      {{"overflow"}, {"stop reason = signal SIGSEGV", "Recurse"}, false},
-      {{"log-thread"}, {"CrashingEdit::ReplaceSel", "RunOutputThread"}, true},
-      {{"pure-virtual"},
+      {{{"overflow"}}, {"stop reason = signal SIGSEGV", "Recurse"}, false},
+      {{{"log-thread"}}, {"CrashingEdit::ReplaceSel", "RunOutputThread"}, true},
+      {{{"pure-virtual"}},
        {"stop reason = signal SIGTRAP", "__cxa_pure_virtual", "CallFromConstructor"},
        true},
-      {{"corrupt-heap"}, {"stop reason = signal SIGSEGV", "CrashInProbeFunction"}, true},
+      {{{"corrupt-heap"}}, {"stop reason = signal SIGSEGV", "CrashInProbeFunction"}, true},
+      // The watchdog ends a process whose monitored thread hangs.
+      {{{"hang"}, "", {"VYN_LIBEXEC_DIR=" VYN_HELPER_DIR}, false, VYN_CRASH_PROBE_STATIC},
+       {"CVYNThreadMonitor::CheckObjects", "CVYNMemoryDump::ProvokeHang"},
+       true},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.arguments[0]);
-    TempDir folder;
-    const ProbeRun run = RunProbe(folder.path(), c.arguments);
-    EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
-    ASSERT_EQ(run.dumps.size(), 1u);
-    const DumpSummary dump = Read(run.dumps[0]);
-    const std::string lldb = AskLldb(VYN_CRASH_PROBE, run.dumps[0],
-                                     {"thread list", "thread backtrace all", "image list"});
-    ASSERT_NE(lldb.find("was loaded"), std::string::npos) << lldb;
-    for (const std::string& text : c.expected) {
-      EXPECT_NE(lldb.find(text), std::string::npos) << text << "\n" << lldb;
+  std::vector<Probe> probes;
+  for (const Case& c : cases) probes.push_back(c.probe);
+  const std::vector<ProbeRun> runs = RunProbes(probes);
+  std::vector<LldbQuestion> questions;
+  for (size_t i = 0; i < runs.size(); ++i) {
+    ASSERT_EQ(runs[i].dumps.size(), 1u) << runs[i].result.output;
+    questions.push_back({cases[i].probe.program, runs[i].dumps[0]});
+  }
+  const std::vector<std::string> answers =
+      AskLldb(questions, {"thread list", "thread backtrace all", "image list"});
+  ASSERT_EQ(answers.size(), cases.size());
+  for (size_t i = 0; i < cases.size(); ++i) {
+    SCOPED_TRACE(cases[i].probe.arguments[0]);
+    EXPECT_EQ(runs[i].result.exit_code, 1) << runs[i].result.output;
+    const std::string& lldb = answers[i];
+    const DumpSummary dump = Read(runs[i].dumps[0]);
+    ASSERT_TRUE(Contains(lldb, "was loaded")) << lldb;
+    for (const std::string& text : cases[i].expected) EXPECT_TRUE(Contains(lldb, text)) << text;
+    // LLDB sees the threads ("thread #2: tid = 4711, ...") and modules our
+    // reader sees, and every thread's backtrace reaches its start.
+    std::set<uint32_t> lldb_ids;
+    for (size_t at = lldb.find(": tid = "); at != std::string::npos;
+         at = lldb.find(": tid = ", at + 1)) {
+      lldb_ids.insert(static_cast<uint32_t>(std::strtoul(lldb.c_str() + at + 8, nullptr, 10)));
     }
-    // LLDB sees the threads and modules our reader sees, and every thread's
-    // backtrace reaches its start.
-    EXPECT_EQ(LldbThreadIds(lldb), ThreadIds(dump)) << lldb;
+    std::set<uint32_t> ids;
+    for (const auto& [id, name] : ThreadNames(dump)) ids.insert(id);
+    EXPECT_EQ(lldb_ids, ids) << lldb;
     for (const minidump::DumpModule& module : dump.modules) {
-      EXPECT_NE(lldb.find(module.name), std::string::npos) << module.name;
+      EXPECT_TRUE(Contains(lldb, module.name)) << module.name;
     }
-    size_t started = 0;
-    for (size_t at = 0; (at = lldb.find("start_thread", at)) != std::string::npos; ++at) ++started;
-    for (size_t at = 0; (at = lldb.find("__libc_start_call_main", at)) != std::string::npos; ++at) {
-      ++started;
-    }
-    if (c.complete) {
-      EXPECT_GE(started, dump.threads.size()) << lldb;
+    if (cases[i].complete) {
+      EXPECT_GE(CountOf(lldb, "start_thread") + CountOf(lldb, "__libc_start_call_main"),
+                dump.threads.size())
+          << lldb;
     }
   }
+  // The hang's dump names it: the watchdog's own thread raised it (the
+  // kernel keeps 15 characters of a name).
+  const DumpSummary hang = Read(runs.back().dumps[0]);
+  ASSERT_EQ(hang.exception.parameter_count, 2u);
+  EXPECT_EQ(hang.exception.parameters[1], VYN_END_OF_PROCESS_HUNG_THREAD);
+  EXPECT_EQ(ThreadNames(hang)[hang.exception_thread], "VYN Thread Moni");
 }
 
-TEST(CrashTest, CrashesDuringACrashStillEndTheProcessWithADump) {
-  // Every thread at once; a second thread while the dump is written; a
-  // fault of the dumping thread itself; a damaged C library heap.
-  for (const std::string kind :
-       {"all-threads", "second-crash", "fault-during-dump", "corrupt-heap"}) {
-    SCOPED_TRACE(kind);
-    TempDir folder;
-    const ProbeRun run = RunProbe(folder.path(), {kind});
-    EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
-    ASSERT_GE(run.dumps.size(), 1u);
-    EXPECT_NE(run.dumps[0].find("(01).dmp"), std::string::npos);
-    const DumpSummary dump = Read(run.dumps[0]);
-    EXPECT_TRUE(dump.has_exception);
-    EXPECT_GE(dump.threads.size(), 1u);
-  }
-}
-
-TEST(CrashTest, TwoProgramsCrashingInOneFolderLeaveWholeDumps) {
-  TempDir folder;
-  const ProbeRun run =
-      RunProbe(folder.path(), {"-c", "\"$0\" threads 4 & \"$0\" threads 4 & wait", VYN_CRASH_PROBE},
-               {}, "/bin/sh");
-  ASSERT_GE(run.dumps.size(), 1u);
-  for (const std::string& path : run.dumps) {
-    const DumpSummary dump = Read(path);
-    EXPECT_EQ(dump.threads.size(), 5 + kRuntimeThreads) << path;
-  }
-}
-
-TEST(CrashTest, ManyThreadsAreAllInTheDump) {
-  TempDir folder;
-  WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nDumpType=0\n");
-  const ProbeRun run = RunProbe(folder.path(), {"threads", "200"});
-  EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
-  ASSERT_EQ(run.dumps.size(), 1u);
-  const DumpSummary dump = Read(run.dumps[0]);
+TEST(CrashTest, EveryThreadOfOneOrTwoProgramsIsInTheirDumps) {
+  const std::vector<ProbeRun> runs =
+      RunProbes({{{"threads", "200"}, "DumpType=0\n"},
+                 {{"-c", "\"$0\" threads 4 & \"$0\" threads 4 & wait", VYN_CRASH_PROBE},
+                  "",
+                  {},
+                  false,
+                  "/bin/sh"}});
+  ASSERT_EQ(runs[0].dumps.size(), 1u);
+  const DumpSummary dump = Read(runs[0].dumps[0]);
   EXPECT_EQ(dump.threads.size(), 201 + kRuntimeThreads);
   for (const minidump::DumpThread& thread : dump.threads) {
     EXPECT_TRUE(thread.has_context);
     EXPECT_GT(thread.stack_size, 0u) << thread.id;
   }
+  // Two programs crashing in one folder leave whole dumps.
+  ASSERT_GE(runs[1].dumps.size(), 1u);
+  for (const std::string& path : runs[1].dumps) {
+    EXPECT_EQ(Read(path).threads.size(), 5 + kRuntimeThreads) << path;
+  }
 }
 
-TEST(CrashTest, IniSettingsChooseTheDumpAndGarbageReadsAsAtoiDoes) {
+TEST(CrashTest, IniSettingsChooseTheDumpAndTheMessage) {
   struct Case {
     std::string ini;
     uint64_t flags;
     bool full_memory;
   };
-  const Case cases[] = {
+  const std::vector<Case> cases = {
       {"DumpType=0x15", 0, false},  // decimal only: 0
       {"DumpType=2", MiniDumpWithFullMemory, true},
       {"DumpType= +4097 trailing", 4097, false},
+      // "yes" reads as 0: no message box; -5 counts as 0: no heap check.
       {"DumpType=garbage\nHeapCheckInterval=-5\nMessageBoxAfterDump=yes", 0, false},
       {"DumpType=", CVYNMemoryDump::kDefaultDumpType, false},  // empty: unchanged
   };
+  std::vector<Probe> probes;
+  for (const Case& c : cases) probes.push_back({{"segv"}, c.ini + "\n"});
+  const std::string kBox = "MessageBoxAfterDump=1\n";
+  const std::string kName = "say \"cheese\"";
+  probes.push_back({{"segv"}, kBox, {"VYN_PROBE_DUMP_NAME=" + kName}});
+  // No dump writer to be found; a full disk, as a file-size limit.
+  probes.push_back({{"segv"}, kBox, {}, false, VYN_CRASH_PROBE_STATIC});
+  probes.push_back(
+      {{"-c", "ulimit -f 8 && exec \"$0\" segv", VYN_CRASH_PROBE}, kBox, {}, false, "/bin/sh"});
+  probes.push_back({{"segv"}, kBox, {}, true});  // "Dumps" is a file: no dump file
+  const std::vector<ProbeRun> runs = RunProbes(probes);
+
   uint64_t stack_only_bytes = 0;
-  for (const Case& c : cases) {
+  for (size_t i = 0; i < cases.size(); ++i) {
+    const Case& c = cases[i];
     SCOPED_TRACE(c.ini);
-    TempDir folder;
-    WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\n" + c.ini + "\n");
-    const ProbeRun run = RunProbe(folder.path(), {"segv"});
-    EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
-    // "yes" reads as 0: no message box; -5 counts as 0: no heap check.
-    EXPECT_EQ(run.result.output.find("critical problem"), std::string::npos);
-    ASSERT_EQ(run.dumps.size(), 1u);
-    const DumpSummary dump = Read(run.dumps[0]);
+    EXPECT_EQ(runs[i].result.exit_code, 1) << runs[i].result.output;
+    EXPECT_FALSE(Contains(runs[i].result.output, "critical problem"));
+    ASSERT_EQ(runs[i].dumps.size(), 1u);
+    const DumpSummary dump = Read(runs[i].dumps[0]);
     EXPECT_EQ(dump.flags, c.flags);
     EXPECT_EQ(dump.HasStream(minidump::kMemory64ListStream), c.full_memory);
     EXPECT_EQ(dump.HasStream(minidump::kHandleDataStream), (c.flags & MiniDumpWithHandleData) != 0);
+    for (const auto& [id, name] : ThreadNames(dump)) EXPECT_NE(name, "VYN Heap Check");
     if (c.flags == 0) stack_only_bytes = dump.memory_bytes;
     if (c.full_memory) {
       EXPECT_GT(dump.memory64_bytes, 10 * stack_only_bytes);
     }
   }
-}
 
-TEST(CrashTest, MessageBoxTellsWhereTheDumpWentWithQuotesIntact) {
-  TempDir folder;
-  WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nMessageBoxAfterDump=1\n");
-  const std::string name = "say \"cheese\"";
-  const ProbeRun run = RunProbe(folder.path(), {"segv"}, {"VYN_PROBE_DUMP_NAME=" + name});
-  EXPECT_EQ(run.result.exit_code, 1);
-  ASSERT_EQ(run.dumps.size(), 1u);
   // Shown by the host process (without a display: on standard error), with
-  // CR LF shown as line feeds.
-  EXPECT_NE(run.result.output.find(name +
-                                   "\nThe application has detected a critical problem and "
-                                   "needs to close.\n\nThe dumpfile has been saved to the "
-                                   "following file:\n\n" +
-                                   run.dumps[0] + "\n"),
-            std::string::npos)
-      << run.result.output;
+  // CR LF shown as line feeds and the quotes of the caption intact.
+  const ProbeRun& shown = runs[cases.size()];
+  ASSERT_EQ(shown.dumps.size(), 1u);
+  EXPECT_TRUE(Contains(shown.result.output,
+                       kName +
+                           "\nThe application has detected a critical problem and needs to "
+                           "close.\n\nThe dumpfile has been saved to the following file:\n\n" +
+                           shown.dumps[0] + "\n"))
+      << shown.result.output;
+  const ProbeRun& no_writer = runs[cases.size() + 1];
+  EXPECT_EQ(no_writer.result.exit_code, 1);
+  EXPECT_TRUE(no_writer.dumps.empty());
+  EXPECT_TRUE(Contains(no_writer.result.output,
+                       "needs to close.\n\nThe dumpfile could not be created because "
+                       "DBGHELP.DLL could not be found."))
+      << no_writer.result.output;
+  // The failure text replaces the dump that did not fit.
+  const ProbeRun& full = runs[cases.size() + 2];
+  EXPECT_EQ(full.result.exit_code, 1) << full.result.output;
+  ASSERT_EQ(full.dumps.size(), 1u);
+  EXPECT_EQ(ReadFile(full.dumps[0])
+                .rfind("The dumpfile could not be saved to the following file "
+                       "(GetLastError() = 0x0000001b):\r\n\r\n" +
+                           full.dumps[0],
+                       0),
+            0u);
+  EXPECT_TRUE(Contains(full.result.output, "could not be saved"));
+  const ProbeRun& blocked = runs[cases.size() + 3];
+  EXPECT_EQ(blocked.result.exit_code, 1);
+  EXPECT_TRUE(Contains(blocked.result.output,
+                       "The dumpfile could not be created (GetLastError() = "
+                       "0x00000014):\n\n" +
+                           blocked.folder->path() + "/Dumps/crash probe "))
+      << blocked.result.output;
 
-  const ChildResult bare =
-      RunChild({VYN_RUNDLL, std::string(VYN_SHARED_LIBRARY) + ",ShowMessageBox"});
+  const std::string host = std::string(VYN_SHARED_LIBRARY) + ",";
+  const ChildResult bare = RunChild({VYN_RUNDLL, host + "ShowMessageBox"});
   EXPECT_EQ(bare.exit_code, 0);
   EXPECT_EQ(bare.output, "Unspecified caption.\nUnspecified text.\n");
-  const ChildResult missing =
-      RunChild({VYN_RUNDLL, std::string(VYN_SHARED_LIBRARY) + ",NoSuchEntry"});
-  EXPECT_EQ(missing.exit_code, 1);
-}
-
-TEST(CrashTest, NoPlaceForTheDumpStillEndsTheProcessAndSaysWhy) {
-  {
-    // "Dumps" is a file: the dump file cannot be created.
-    TempDir folder;
-    WriteFile(folder.File("Dumps"), "not a folder");
-    WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nMessageBoxAfterDump=1\n");
-    const ProbeRun run = RunProbe(folder.path(), {"segv"});
-    EXPECT_EQ(run.result.exit_code, 1);
-    EXPECT_NE(run.result.output.find("The dumpfile could not be created (GetLastError() = "
-                                     "0x00000014):\n\n" +
-                                     folder.path() + "/Dumps/crash probe "),
-              std::string::npos)
-        << run.result.output;
-  }
-  {
-    // No dump writer to be found: no file, and the user is told.
-    TempDir folder;
-    WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nMessageBoxAfterDump=1\n");
-    const ProbeRun run = RunProbe(folder.path(), {"segv"}, {}, VYN_CRASH_PROBE_STATIC);
-    EXPECT_EQ(run.result.exit_code, 1);
-    EXPECT_TRUE(run.dumps.empty());
-    EXPECT_NE(run.result.output.find("The application has detected a critical problem and needs to "
-                                     "close.\n\nThe dumpfile could not be created because "
-                                     "DBGHELP.DLL could not be found."),
-              std::string::npos)
-        << run.result.output;
-  }
-  {
-    // A full disk, as a file-size limit: the failure text replaces the dump.
-    TempDir folder;
-    WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nMessageBoxAfterDump=1\n");
-    const ProbeRun run = RunProbe(
-        folder.path(), {"-c", "ulimit -f 8 && exec \"$0\" segv", VYN_CRASH_PROBE}, {}, "/bin/sh");
-    EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
-    ASSERT_EQ(run.dumps.size(), 1u);
-    const std::string content = ReadFile(run.dumps[0]);
-    EXPECT_EQ(content.rfind("The dumpfile could not be saved to the following file (GetLastError() "
-                            "= 0x0000001b):\r\n\r\n" +
-                                run.dumps[0],
-                            0),
-              0u)
-        << content;
-    EXPECT_NE(run.result.output.find("could not be saved"), std::string::npos);
-  }
+  EXPECT_EQ(RunChild({VYN_RUNDLL, host + "NoSuchEntry"}).exit_code, 1);
 }
 
 TEST(CrashTest, HeapCheckLogsCorruptionOrEndsTheProcessAsConfigured) {
-  {
-    TempDir folder;
-    WriteFile(folder.File("VYN.ini"), "[VYNMemoryDump]\nHeapCheckInterval=1\n");
-    const ProbeRun run = RunProbe(folder.path(), {"heap-check"});
-    EXPECT_EQ(run.result.exit_code, 0) << run.result.output;
-    EXPECT_NE(run.result.output.find("survived"), std::string::npos);
-    EXPECT_TRUE(run.dumps.empty());
-    std::string logged;
-    std::error_code ignored;
-    for (const auto& item : std::filesystem::directory_iterator(folder.File("Logs"), ignored)) {
-      logged += ReadFile(item.path().string());
-    }
-    EXPECT_NE(logged.find("The cyclic heap check has been started."), std::string::npos);
-    EXPECT_NE(logged.find("The application is going to provoke a heap corruption."),
-              std::string::npos);
-    EXPECT_NE(logged.find("The application has detected a heap corruption."), std::string::npos)
-        << logged;
+  // The interval is in seconds: the probe damages the heap 0.1 s after the
+  // first check, and the next one comes a second after that check.
+  const std::string kEverySecond = "HeapCheckInterval=1\n";
+  const std::vector<ProbeRun> runs =
+      RunProbes({{{"heap-check"}, kEverySecond},
+                 {{"heap-check"}, kEverySecond + "DumpAfterHeapCorruption=1\n"}});
+  const ProbeRun& logged = runs[0];
+  EXPECT_EQ(logged.result.exit_code, 0) << logged.result.output;
+  EXPECT_TRUE(logged.dumps.empty());
+  const size_t at = logged.result.output.find("found after ");
+  ASSERT_NE(at, std::string::npos) << logged.result.output;
+  EXPECT_GE(std::atoi(logged.result.output.c_str() + at + 12), 600) << logged.result.output;
+  const std::string text = LoggedText(logged.folder->path());
+  for (const char* expected :
+       {"The cyclic heap check has been started.",
+        "The application is going to provoke a heap corruption.",
+        "The application has detected a heap corruption.", "heap check has been stopped."}) {
+    EXPECT_TRUE(Contains(text, expected)) << expected << "\n" << text;
   }
-  {
-    TempDir folder;
-    WriteFile(folder.File("VYN.ini"),
-              "[VYNMemoryDump]\nHeapCheckInterval=1\nDumpAfterHeapCorruption=1\n");
-    const ProbeRun run = RunProbe(folder.path(), {"heap-check"});
-    EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
-    ASSERT_EQ(run.dumps.size(), 1u);
-    const DumpSummary dump = Read(run.dumps[0]);
-    ASSERT_TRUE(dump.has_exception);
-    EXPECT_EQ(dump.exception.parameters[1], VYN_END_OF_PROCESS_HEAP_CORRUPTION);
-    for (const minidump::DumpThread& thread : dump.threads) {
-      if (thread.id == dump.exception_thread) {
-        EXPECT_EQ(thread.name, "VYN Heap Check");
-      }
-    }
-  }
-}
 
-TEST(CrashTest, HungMonitoredThreadEndsTheProcessWithADumpNamingTheHang) {
-  TempDir folder;
-  const ProbeRun run = RunProbe(folder.path(), {"hang"}, {"VYN_LIBEXEC_DIR=" VYN_HELPER_DIR},
-                                VYN_CRASH_PROBE_STATIC);
-  EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
-  ASSERT_EQ(run.dumps.size(), 1u);
-  const DumpSummary dump = Read(run.dumps[0]);
+  const ProbeRun& dumped = runs[1];
+  EXPECT_EQ(dumped.result.exit_code, 1) << dumped.result.output;
+  ASSERT_EQ(dumped.dumps.size(), 1u);
+  const DumpSummary dump = Read(dumped.dumps[0]);
   ASSERT_TRUE(dump.has_exception);
-  ASSERT_EQ(dump.exception.parameter_count, 2u);
-  EXPECT_EQ(dump.exception.parameters[1], VYN_END_OF_PROCESS_HUNG_THREAD);
-  std::map<uint32_t, std::string> names;
-  for (const minidump::DumpThread& thread : dump.threads) names[thread.id] = thread.name;
-  EXPECT_EQ(names[dump.exception_thread], "VYN Thread Moni");  // the kernel keeps 15 characters
-  const std::string lldb = AskLldb(VYN_CRASH_PROBE_STATIC, run.dumps[0], {"thread backtrace all"});
-  EXPECT_NE(lldb.find("CVYNThreadMonitor::CheckObjects"), std::string::npos) << lldb;
-  EXPECT_NE(lldb.find("CVYNMemoryDump::ProvokeHang"), std::string::npos) << lldb;
+  EXPECT_EQ(dump.exception.parameters[1], VYN_END_OF_PROCESS_HEAP_CORRUPTION);
+  EXPECT_EQ(ThreadNames(dump)[dump.exception_thread], "VYN Heap Check");
 }
 
 }  // namespace

@@ -163,19 +163,6 @@ TEST_F(FirmwareFileTest, MadeCheckedAndUnpacked) {
   EXPECT_EQ(ReadFile(Path("twice.vfw")).substr(80, 1000), plain);
 }
 
-TEST_F(FirmwareFileTest, EmptyImage) {
-  WriteFile(Path("empty.bin"), "");
-  _FILE_HEADER header = NewHeader(VYN_FILE_TYPE_ECPU);
-  ASSERT_EQ(files_.CreateNewFile(Path("empty.bin"), Path("empty.vfw"), &header),
-            VYN_STATUS_SUCCESS);
-  EXPECT_EQ(ReadFile(Path("empty.vfw")).size(), 80U);
-  EXPECT_EQ(header.dwCRC, 0xFFFFFFFFU);
-  EXPECT_EQ(files_.ReadFileHeader(Path("empty.vfw"), &header), VYN_STATUS_SUCCESS);
-  WriteFile(Path("out.bin"), "old content");
-  EXPECT_EQ(files_.DecryptFileA(Path("empty.vfw"), Path("out.bin")), VYN_STATUS_SUCCESS);
-  EXPECT_EQ(ReadFile(Path("out.bin")), "");
-}
-
 TEST_F(FirmwareFileTest, UpdatedInPlace) {
   const std::string plain = RandomBytes(300, 5);
   WriteFile(Path("image.bin"), plain);
@@ -201,6 +188,18 @@ TEST_F(FirmwareFileTest, DamagedFilesGiveTheirStatus) {
   _FILE_HEADER header = NewHeader(VYN_FILE_TYPE_CCPU_HEAD);
   ASSERT_EQ(files_.CreateNewFile(Path("image.bin"), Path("good.vfw"), &header), VYN_STATUS_SUCCESS);
   const std::string good = ReadFile(Path("good.vfw"));
+  // An empty image: a header alone, CRC 0xFFFFFFFF; its image is empty.
+  WriteFile(Path("empty.bin"), "");
+  _FILE_HEADER empty_header = NewHeader(VYN_FILE_TYPE_ECPU);
+  ASSERT_EQ(files_.CreateNewFile(Path("empty.bin"), Path("empty.vfw"), &empty_header),
+            VYN_STATUS_SUCCESS);
+  EXPECT_EQ(empty_header.dwCRC, 0xFFFFFFFFU);
+  const std::string empty = ReadFile(Path("empty.vfw"));
+  EXPECT_EQ(empty.size(), 80U);
+  WriteFile(Path("out.bin"), "old content");
+  EXPECT_EQ(files_.DecryptFileA(Path("empty.vfw"), Path("out.bin")), VYN_STATUS_SUCCESS);
+  EXPECT_EQ(ReadFile(Path("out.bin")), "");
+  std::filesystem::remove(Path("out.bin"));
 
   std::string one_byte_off = good;
   one_byte_off[1500] ^= 0x01;
@@ -221,6 +220,7 @@ TEST_F(FirmwareFileTest, DamagedFilesGiveTheirStatus) {
       {"one data byte changed", one_byte_off, VYN_STATUS_INVALID_CRC},
       {"cut in the data", good.substr(0, 1000), VYN_STATUS_OPERATION_BROKEN},
       {"header only", good.substr(0, 80), VYN_STATUS_OPERATION_BROKEN},
+      {"empty image's header cut short", empty.substr(0, 79), VYN_STATUS_OPERATION_BROKEN},
       {"4 GB of data announced", huge_length, VYN_STATUS_OPERATION_BROKEN},
   };
   for (const auto& c : cases) {

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -53,15 +52,6 @@ class ScriptedChip {
   ByteString received() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return received_;
-  }
-  // Waits until the client has sent `count` bytes in all, at most `limit_ms`.
-  bool WaitForReceived(size_t count, int limit_ms) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit_ms);
-    while (std::chrono::steady_clock::now() < end) {
-      if (received().size() >= count) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return false;
   }
 
  private:

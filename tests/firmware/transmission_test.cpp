@@ -152,10 +152,16 @@ TEST_F(TransmissionTest, ImageArrivesAndEveryStepIsLogged) {
   EXPECT_EQ(Progress(), (std::vector<int>{25, 51, 76, 100}));
   EXPECT_TRUE(PortGivenBack());
 
-  // The threshold starts at 1 again: a small image posts each block.
+  // The threshold starts at 1 again: a small image posts each block, one of
+  // 100 KB each percentage once.
   MakeFile(522);
   ASSERT_EQ(Transmit(), VYN_STATUS_SUCCESS);
   EXPECT_EQ(Progress(), (std::vector<int>{25, 51, 76, 100, 49, 98, 100}));
+  MakeFile(100 * 1024);
+  ASSERT_EQ(Transmit(), VYN_STATUS_SUCCESS);
+  std::vector<int> percentages = Progress();
+  ASSERT_EQ(percentages.size(), 107U);
+  for (int i = 1; i <= 100; ++i) EXPECT_EQ(percentages[6 + i], i);
 
   const std::vector<std::string> run = {"I Preparing update file ...",
                                         "I The update file has been prepared.",
@@ -167,9 +173,9 @@ TEST_F(TransmissionTest, ImageArrivesAndEveryStepIsLogged) {
                                         "I The chip has been programmed.",
                                         "I Sending Go command ...",
                                         "I The Go command has been sent."};
-  std::vector<std::string> both = run;
-  both.insert(both.end(), run.begin(), run.end());
-  EXPECT_EQ(LoggedTexts(), both);
+  std::vector<std::string> all;
+  for (int i = 0; i < 3; ++i) all.insert(all.end(), run.begin(), run.end());
+  EXPECT_EQ(LoggedTexts(), all);
 }
 
 TEST_F(TransmissionTest, BootloaderVersionsChooseTheErase) {

@@ -179,26 +179,32 @@ void Fail(const std::string& kind, int argc, char** argv) {
     });
     CrashInProbeFunction();
   } else if (kind == "heap-check") {
-    // Corruption found by the cyclic check (started by the test's INI file):
-    // with dump after heap corruption the process ends; without, the check
-    // logs it and the process goes on.
+    // Corruption found by the cyclic check (started by the test's INI file)
+    // just after its first look: with dump after heap corruption the
+    // process ends; without, the check logs it and the process goes on.
     CVYNSystemLogEx& log = GetVYNSystemLogEx();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const auto damaged = std::chrono::steady_clock::now();
     dump.ProvokeHeapCorruption();
     int64_t fatal = 0;
-    for (int i = 0; i < 300 && fatal < 2; ++i) {  // text 21, then text 9
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int i = 0; i < 3000 && fatal < 2; ++i) {  // text 21, then text 9
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
       log.GetLogStatistics(nullptr, nullptr, nullptr, nullptr, &fatal, nullptr, nullptr, nullptr,
                            nullptr, nullptr);
     }
-    // Time for the dump procedure, which a normal end would cut short.
-    std::this_thread::sleep_for(std::chrono::seconds(3));
+    const auto found = std::chrono::steady_clock::now() - damaged;
+    std::printf(
+        "found after %d ms\n",
+        static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(found).count()));
+    // Waits for the check's end: a check that is writing a dump ends the
+    // process first.
+    dump.Terminate();
     log.Terminate();
-    std::printf("survived\n");
     std::fflush(stdout);
     std::_Exit(0);
 #ifdef VYN_PROBE_STATIC
   } else if (kind == "hang") {
-    vyn::testing::SetThreadMonitorTiming(10000000, 50);  // a hang after 1 s
+    vyn::testing::SetThreadMonitorTiming(3000000, 20);  // a hang after 0.3 s
     GetVYNThreadMonitor().Initialize();
     CVYNMonitoredThread thread;
     thread.SetThreadName("Hanging Worker");
