@@ -9,8 +9,8 @@ documentation, so the headers need no second comment syntax.
   documents the declaration; a block followed by a blank line is a section
   note and stays a plain comment.
 - A // block directly above a run of constants, macros or enumerators
-  (lines up to the next blank line) documents each of them that has no
-  comment of its own; comments inside the run stay plain notes.
+  (the lines up to the next blank line or comment) documents each of them
+  that has no comment of its own.
 - A // comment after code on the same line documents that line's member.
 """
 import re
@@ -54,16 +54,16 @@ def main(path):
             while i < len(lines) and COMMENT.match(lines[i]):
                 block.append(lines[i])
                 i += 1
-            documents = i < len(lines) and lines[i].strip() != "" and not lines[i].lstrip().startswith("#")
+            following = lines[i].strip() if i < len(lines) else ""
+            documents = following != "" and (not following.startswith("#") or
+                                             re.match(r"#\s*define\s", following) is not None)
             for comment in block:
                 m = COMMENT.match(comment)
                 out.append("%s%s %s" % (m.group(1), "///" if documents else "//", m.group(2)))
             if documents and VALUE.match(lines[i]):
                 end = i
-                while end + 1 < len(lines) and (VALUE.match(lines[end + 1]) or COMMENT.match(lines[end + 1])):
+                while end + 1 < len(lines) and VALUE.match(lines[end + 1]):
                     end += 1
-                while COMMENT.match(lines[end]):
-                    end -= 1
                 if end > i:
                     # A member group, marked on lines the header has anyway
                     # so that warnings keep pointing at the right line;

@@ -16,13 +16,19 @@
 #include "vyn/base/export.h"
 #include "vyn/base/thread_annotations.h"
 
+// The lock itself; usable from its construction to its destruction.
 struct VYN_CAPABILITY("mutex") CRITICAL_SECTION {
-  std::recursive_mutex mutex;
+  std::recursive_mutex mutex;  // the lock; use the functions below, not this
 };
 
+// Does nothing: the object's construction has made the lock ready.
 VYN_EXPORT void InitializeCriticalSection(CRITICAL_SECTION* section);
+// Takes the lock, waiting while another thread holds it; the holding thread
+// may take it again.
 VYN_EXPORT void EnterCriticalSection(CRITICAL_SECTION* section) VYN_ACQUIRE(section);
 // Takes the lock without waiting; nonzero when it was taken.
 VYN_EXPORT int TryEnterCriticalSection(CRITICAL_SECTION* section) VYN_TRY_ACQUIRE(1, section);
+// Gives back one entry of the calling thread, which must hold the lock.
 VYN_EXPORT void LeaveCriticalSection(CRITICAL_SECTION* section) VYN_RELEASE(section);
+// Does nothing: the object's destruction removes the lock.
 VYN_EXPORT void DeleteCriticalSection(CRITICAL_SECTION* section);

@@ -11,13 +11,16 @@
 
 namespace vyn {
 
+// The lock; not copyable, not re-entrant.
 class VYN_CAPABILITY("mutex") Mutex {
  public:
   Mutex() = default;
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
+  // Takes the lock, waiting while another thread holds it.
   void Lock() VYN_ACQUIRE() { mutex_.lock(); }
+  // Gives it back; only the holding thread may.
   void Unlock() VYN_RELEASE() { mutex_.unlock(); }
   // For condition variables, which wait on the standard mutex itself.
   std::mutex& native() { return mutex_; }
@@ -26,6 +29,7 @@ class VYN_CAPABILITY("mutex") Mutex {
   std::mutex mutex_;
 };
 
+// Holds a Mutex from its construction to the end of its scope.
 class VYN_SCOPED_CAPABILITY MutexLock {
  public:
   explicit MutexLock(Mutex* mutex) VYN_ACQUIRE(mutex) : mutex_(mutex) { mutex_->Lock(); }

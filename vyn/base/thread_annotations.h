@@ -6,8 +6,10 @@
 #pragma once
 
 #if defined(__clang__)
+// The attribute `x` under clang, where the analysis runs.
 #define VYN_THREAD_ANNOTATION(x) __attribute__((x))
 #else
+// Nothing under compilers without the analysis.
 #define VYN_THREAD_ANNOTATION(x)
 #endif
 
@@ -31,6 +33,7 @@
 // The caller must not hold the lock: the function takes it itself, or waits
 // for something that needs it.
 #define VYN_EXCLUDES(...) VYN_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
+// The function returns (a reference to) the lock named.
 #define VYN_RETURN_CAPABILITY(lock) VYN_THREAD_ANNOTATION(lock_returned(lock))
 // For the few functions whose locking the analysis cannot follow; each use
 // says why in a comment.

@@ -31,4 +31,7 @@ class VYN_EXPORT CVYNCommandLine {
   int32_t argument_count_ = 0;
 };
 
+// The process's one CVYNCommandLine, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNCommandLine& GetVYNCommandLine();

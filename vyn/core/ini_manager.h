@@ -49,4 +49,7 @@ class VYN_EXPORT CVYNIniManager {
   std::string default_file_path_;
 };
 
+// The process's one CVYNIniManager, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNIniManager& GetVYNIniManager();

@@ -47,4 +47,7 @@ class VYN_EXPORT CVYNLanguage {
   std::atomic<int32_t> language_{1};
 };
 
+// The process's one CVYNLanguage, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNLanguage& GetVYNLanguage();

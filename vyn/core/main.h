@@ -28,4 +28,7 @@ class VYN_EXPORT CVYNMain {
   std::string second_;
 };
 
+// The process's one CVYNMain, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNMain& GetVYNMain();

@@ -7,6 +7,9 @@
 
 #include "vyn/base/export.h"
 
+// The codes every service answers with. Each service's header says which of
+// them a call returns and when; the name of a code is its printable text
+// (GetVYNStatusAsString). -13 is deliberately unused.
 constexpr int32_t VYN_STATUS_SUCCESS = 0;
 constexpr int32_t VYN_STATUS_UNSPECIFIC_ERROR = -1;
 constexpr int32_t VYN_STATUS_TIMEOUT = -2;
@@ -20,7 +23,6 @@ constexpr int32_t VYN_STATUS_FORBIDDEN = -9;
 constexpr int32_t VYN_STATUS_NOT_INITIALIZED = -10;
 constexpr int32_t VYN_STATUS_INVALID_OPERATION = -11;
 constexpr int32_t VYN_STATUS_NOT_FOUND = -12;
-// -13 is deliberately unused.
 constexpr int32_t VYN_STATUS_INVALID_DATA = -14;
 constexpr int32_t VYN_STATUS_FILE_ERROR = -15;
 constexpr int32_t VYN_STATUS_WRONG_FORMAT = -16;

@@ -161,4 +161,7 @@ class VYN_EXPORT CVYNCommandDump : private CVYNCommandSet {
   char property_value_text_[kShortTextSize];
 };
 
+// The process's one CVYNCommandDump, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNCommandDump& GetVYNCommandDump();

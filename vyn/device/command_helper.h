@@ -53,4 +53,7 @@ class VYN_EXPORT CVYNCommandHelper : public CVYNCommandSet {
   uint16_t ConvertParameter1ToInt(uint16_t request, int32_t index);
 };
 
+// The process's one CVYNCommandHelper, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNCommandHelper& GetVYNCommandHelper();

@@ -282,4 +282,7 @@ class VYN_EXPORT CVYNCommandSet {
   bool HasTwoChannels() const { return two_channels_; }
 };
 
+// The process's one CVYNCommandSet, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNCommandSet& GetVYNCommandSet();

@@ -181,6 +181,9 @@ class VYN_EXPORT CVYNMemoryDump {
   std::atomic<uint32_t> dumping_threads_[kTrackedDumps] = {};
 };
 
+// The process's one CVYNMemoryDump, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNMemoryDump& GetVYNMemoryDump();
 
 // The entry point that the message-box host (vyn-rundll) calls: shows the

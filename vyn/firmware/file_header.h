@@ -104,4 +104,7 @@ class VYN_EXPORT CVYNFileHeader {
   uint32_t CRC32Calculate(unsigned char* data, uint32_t length, uint32_t start);
 };
 
+// The process's one CVYNFileHeader, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNFileHeader& GetVYNFileHeader();

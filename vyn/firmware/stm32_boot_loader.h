@@ -124,4 +124,7 @@ class VYN_EXPORT CVYNSTM32BootLoader {
   void stm32h_close_port();
 };
 
+// The process's one CVYNSTM32BootLoader, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNSTM32BootLoader& GetVYNSTM32BootLoader();

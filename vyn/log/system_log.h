@@ -217,4 +217,7 @@ class VYN_EXPORT CVYNSystemLogEx {
   CVYNMonitoredThread output_thread_;
 };
 
+// The process's one CVYNSystemLogEx, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNSystemLogEx& GetVYNSystemLogEx();

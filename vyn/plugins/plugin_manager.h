@@ -199,4 +199,7 @@ class VYN_EXPORT CVYNPluginManager {
   std::vector<HMODULE> watched_libraries_ VYN_GUARDED_BY(lock_);
 };
 
+// The process's one CVYNPluginManager, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNPluginManager& GetVYNPluginManager();

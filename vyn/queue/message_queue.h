@@ -152,4 +152,7 @@ class VYN_EXPORT CVYNMessageQueue {
   std::unique_ptr<WakeUp> wake_up_;
 };
 
+// The process's one CVYNMessageQueue, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNMessageQueue& GetVYNMessageQueue();

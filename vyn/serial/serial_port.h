@@ -188,4 +188,7 @@ class VYN_EXPORT CVYNSerialPort {
   std::unique_ptr<Io> io_;
 };
 
+// The process's one CVYNSerialPort, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNSerialPort& GetVYNSerialPort();

@@ -73,4 +73,7 @@ class VYN_EXPORT CVYNThreadMonitor {
   CVYNMonitoredThread monitor_thread_;
 };
 
+// The process's one CVYNThreadMonitor, owned by the library: it is created when the
+// library is loaded and destroyed when it is unloaded, so the reference
+// stays valid while the library is loaded. Any thread may call this.
 VYN_EXPORT CVYNThreadMonitor& GetVYNThreadMonitor();
