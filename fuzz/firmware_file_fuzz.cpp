@@ -28,8 +28,9 @@ class MemoryFile : public CFile {
     return static_cast<uint32_t>(n);
   }
   int64_t Seek(int64_t offset, uint32_t from) override {
-    const int64_t base = from == begin ? 0 : from == current ? static_cast<int64_t>(position_)
-                                                             : static_cast<int64_t>(size_);
+    const int64_t base = from == begin     ? 0
+                         : from == current ? static_cast<int64_t>(position_)
+                                           : static_cast<int64_t>(size_);
     if (base + offset < 0) return -1;
     position_ = static_cast<size_t>(std::min<int64_t>(base + offset, static_cast<int64_t>(size_)));
     return static_cast<int64_t>(position_);

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "vyn/base/mutex.h"
 #include "vyn/core/framework_file.h"
 #include "vyn/core/internal/log_output.h"
 #include "vyn/core/language.h"
@@ -12,7 +13,6 @@
 #include "vyn/firmware/file_header.h"
 #include "vyn/firmware/internal/boot_loader_line.h"
 #include "vyn/firmware/stm32_boot_loader.h"
-#include "vyn/base/mutex.h"
 #include "vyn/queue/message.h"
 #include "vyn/queue/message_queue.h"
 

@@ -40,7 +40,8 @@ int main(int argc, char** argv) {
     std::printf("dlopen failed: %s\n", dlerror());
     return 3;
   }
-  const std::string loaded = "loaded; new threads: " + std::to_string(CountThreads() - threads_before);
+  const std::string loaded =
+      "loaded; new threads: " + std::to_string(CountThreads() - threads_before);
   std::printf("%s\n", loaded.c_str());
   std::fflush(stdout);
   if (dlclose(library) != 0) return 4;

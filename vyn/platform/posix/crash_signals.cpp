@@ -99,8 +99,7 @@ void SetPureVirtualCallHandler(PureVirtualCallHandler handler) {
 // The address comes from a volatile, so the compiler cannot see that it is
 // null and replace the store by a trap instruction; the checks of the
 // sanitizers are off here, the fault is the point.
-__attribute__((no_sanitize("address", "undefined"))) void WriteToAddressZero(
-    unsigned char value) {
+__attribute__((no_sanitize("address", "undefined"))) void WriteToAddressZero(unsigned char value) {
   volatile uintptr_t address = 0;
   // NOLINTNEXTLINE(performance-no-int-to-ptr,clang-analyzer-core.NullDereference): the purpose
   *reinterpret_cast<volatile unsigned char*>(address) = value;
