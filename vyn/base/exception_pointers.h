@@ -42,6 +42,6 @@ struct EXCEPTION_RECORD {
 
 // The pair the crash filter receives: the record and the saved context.
 struct EXCEPTION_POINTERS {
-  EXCEPTION_RECORD* ExceptionRecord;  // never null while the filter runs
+  EXCEPTION_RECORD* ExceptionRecord;  // the library's signal handler always sets it
   void* ContextRecord;                // the interrupted thread's ucontext_t
 };

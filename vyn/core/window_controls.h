@@ -28,7 +28,8 @@ class VYN_EXPORT CWnd {
 };
 
 // A text view that services append to through the selection, as the log
-// view does: select the end, replace the selection, scroll to the caret.
+// does: it selects the end, replaces the selection with the new line, and
+// (without auto-scroll) puts the user's selection back.
 class VYN_EXPORT CEdit : public CWnd {
  public:
   // Switches redrawing off while several changes are made, and on again.
