@@ -15,6 +15,7 @@
 
 #include <cstdint>
 
+// The most parameters a record carries (ExceptionInformation's length).
 inline constexpr uint32_t EXCEPTION_MAXIMUM_PARAMETERS = 15;
 
 // The code of the non-continuable end-of-process exception.
@@ -29,16 +30,18 @@ enum _VYNEndOfProcessReason : uint32_t {
   VYN_END_OF_PROCESS_PURE_VIRTUAL = 4,     // a pure virtual function was called
 };
 
+// What went wrong: one record per fatal condition.
 struct EXCEPTION_RECORD {
-  uint32_t ExceptionCode;
-  uint32_t ExceptionFlags;
+  uint32_t ExceptionCode;             // the signal number
+  uint32_t ExceptionFlags;            // the signal's si_code (0 or below: sent by a process)
   EXCEPTION_RECORD* ExceptionRecord;  // always null: signals do not nest records
-  void* ExceptionAddress;
-  uint32_t NumberParameters;
-  uintptr_t ExceptionInformation[EXCEPTION_MAXIMUM_PARAMETERS];
+  void* ExceptionAddress;             // the faulting address, or null when the signal has none
+  uint32_t NumberParameters;  // used entries of ExceptionInformation: 0, or 2 for an end of process
+  uintptr_t ExceptionInformation[EXCEPTION_MAXIMUM_PARAMETERS];  // code, then reason
 };
 
+// The pair the crash filter receives: the record and the saved context.
 struct EXCEPTION_POINTERS {
-  EXCEPTION_RECORD* ExceptionRecord;
-  void* ContextRecord;  // the interrupted thread's ucontext_t
+  EXCEPTION_RECORD* ExceptionRecord;  // the library's signal handler always sets it
+  void* ContextRecord;                // the interrupted thread's ucontext_t
 };

@@ -32,6 +32,7 @@ class VYN_CAPABILITY("mutex") Mutex {
 // Holds a Mutex from its construction to the end of its scope.
 class VYN_SCOPED_CAPABILITY MutexLock {
  public:
+  // Locks `mutex`, which must outlive this object; blocks until it is free.
   explicit MutexLock(Mutex* mutex) VYN_ACQUIRE(mutex) : mutex_(mutex) { mutex_->Lock(); }
   ~MutexLock() VYN_RELEASE() { mutex_->Unlock(); }
   MutexLock(const MutexLock&) = delete;

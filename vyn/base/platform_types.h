@@ -7,20 +7,20 @@
 
 // Calendar date and time; eight unsigned 16-bit fields in this order.
 struct SYSTEMTIME {
-  uint16_t wYear;
-  uint16_t wMonth;
-  uint16_t wDayOfWeek;  // 0 = Sunday
-  uint16_t wDay;
-  uint16_t wHour;
-  uint16_t wMinute;
-  uint16_t wSecond;
-  uint16_t wMilliseconds;
+  uint16_t wYear;          // full year, e.g. 2024
+  uint16_t wMonth;         // 1 = January to 12
+  uint16_t wDayOfWeek;     // 0 = Sunday
+  uint16_t wDay;           // day of the month, 1 to 31
+  uint16_t wHour;          // 0 to 23
+  uint16_t wMinute;        // 0 to 59
+  uint16_t wSecond;        // 0 to 59
+  uint16_t wMilliseconds;  // 0 to 999
 };
 
 // The platform's security record of a new thread; accepted for source
 // compatibility and ignored on Linux.
 struct SECURITY_ATTRIBUTES {
-  uint32_t nLength;
-  void* lpSecurityDescriptor;
-  int bInheritHandle;
+  uint32_t nLength;            // size of the record in bytes; not read
+  void* lpSecurityDescriptor;  // not read
+  int bInheritHandle;          // not read
 };

@@ -38,6 +38,8 @@ class VYN_EXPORT CFile {
     modeNoTruncate = 0x2000,  // with modeCreate: an existing file keeps its content
     typeBinary = 0x8000,      // every file is binary; accepted for clarity
   };
+  // Where Seek counts its offset from: the file's start, the current
+  // position, or the file's end.
   enum SeekPosition : uint32_t { begin = 0, current = 1, end = 2 };
 
   CFile();
@@ -49,7 +51,9 @@ class VYN_EXPORT CFile {
   // modeWrite or modeReadWrite opens for writing. False on failure, with the
   // system's error number in `error` when given.
   virtual bool Open(std::string file_name, uint32_t open_flags, int* error = nullptr);
+  // Closes the file if one is open; harmless when none is.
   virtual void Close();
+  // True between a successful Open and Close.
   virtual bool IsOpen() const;
 
   // Reads up to `count` bytes at the current position and returns how many
@@ -65,7 +69,10 @@ class VYN_EXPORT CFile {
   // The length in bytes, or -1.
   virtual int64_t GetLength() const;
 
+  // Moves to the start of the file.
   void SeekToBegin() { Seek(0, begin); }
+  // Moves to the end of the file, for appending; the new position (the
+  // length), or -1.
   int64_t SeekToEnd() { return Seek(0, end); }
 
  private:

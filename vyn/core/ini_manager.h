@@ -18,6 +18,8 @@
 
 class VYN_EXPORT CVYNIniManager {
  public:
+  // The read buffer's size in bytes: GetEntry returns at most one byte less
+  // of a value.
   static constexpr int32_t kReadBufferSize = 10240;
 
   CVYNIniManager();

@@ -29,18 +29,28 @@ class VYN_EXPORT CVYNLanguage {
   CVYNLanguage(const CVYNLanguage&) = delete;
   CVYNLanguage& operator=(const CVYNLanguage&) = delete;
 
+  // Selects the language of every later lookup (see the values above); 0.
   virtual int32_t SetLanguage(int32_t language);
+  // The language in force: 0, 1 or 2; 1 until SetLanguage is called.
   virtual int32_t GetLanguage();
   // The text of a module, or "???" for an unknown module or text number and
   // for a language without texts.
   virtual const char* GetString(int32_t module, int32_t text);
+  // GetString for VYN_MODULE_SYSTEM_LOG.
   virtual const char* GetStringVYNSystemLog(int32_t text);
+  // GetString for VYN_MODULE_THREAD_MONITOR.
   virtual const char* GetStringVYNThreadMonitor(int32_t text);
+  // GetString for VYN_MODULE_MESSAGE_QUEUE.
   virtual const char* GetStringVYNMessageQueue(int32_t text);
+  // GetString for VYN_MODULE_PLUGIN_MANAGER.
   virtual const char* GetStringVYNPluginManager(int32_t text);
+  // GetString for VYN_MODULE_SERIAL_PORT.
   virtual const char* GetStringVYNSerialPort(int32_t text);
+  // GetString for VYN_MODULE_MEMORY_DUMP.
   virtual const char* GetStringVYNMemoryDump(int32_t text);
+  // GetString for VYN_MODULE_SYSTEM_LOG_EX.
   virtual const char* GetStringVYNSystemLogEx(int32_t text);
+  // GetString for VYN_MODULE_STM32_BOOT_LOADER.
   virtual const char* GetStringVYNSTM32BootLoader(int32_t text);
 
  private:

@@ -16,11 +16,14 @@ class VYN_EXPORT CVYNMain {
   CVYNMain(const CVYNMain&) = delete;
   CVYNMain& operator=(const CVYNMain&) = delete;
 
+  // Stores both strings, replacing the previous ones; 0.
   int32_t SetApplicationInformation(std::string first, std::string second);
+  // Copies the stored strings (empty before the first set); 0.
   int32_t GetApplicationInformation(std::string& first, std::string& second);
   // Start and stop nothing: each service is started through its own
   // operation. Kept for applications written against them.
   int32_t InitializeModules();
+  // Stops nothing, as InitializeModules starts nothing; 0.
   int32_t TerminateModules();
 
  private:

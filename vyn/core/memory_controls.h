@@ -13,14 +13,21 @@
 #include "vyn/base/mutex.h"
 #include "vyn/core/window_controls.h"
 
+// An edit that keeps its text, selection and limit in memory. Positions are
+// byte offsets into the text; ReplaceSel inserts only what the limit leaves
+// room for.
 class VYN_EXPORT CMemoryEdit : public CEdit {
  public:
   // The edit controls' usual limit.
   static constexpr int kDefaultLimit = 30000;
 
+  // Replaces the text and moves the selection to its start.
   void SetWindowText(const std::string& text) override;
+  // A copy of the whole text.
   std::string GetWindowText() const override;
+  // Records the state; nothing else changes with it.
   void EnableWindow(bool enable) override;
+  // The state last set by EnableWindow; true at first.
   bool IsWindowEnabled() const;
 
   void SetRedraw(bool redraw) override;
@@ -28,9 +35,12 @@ class VYN_EXPORT CMemoryEdit : public CEdit {
   void SetSel(int start, int end) override;
   void ReplaceSel(const std::string& text, bool can_undo) override;
   void ScrollCaret() override;
+  // A limit of 0 or below means no practical limit (0x7FFFFFFE).
   void SetLimitText(int limit) override;
+  // kDefaultLimit until SetLimitText is called.
   int GetLimitText() const override;
 
+  // The state last set by SetRedraw; true at first.
   bool IsRedrawOn() const;
   // Called with every text that ReplaceSel inserted, after it is in place,
   // so that a headless program can echo the view (for example to a terminal).
@@ -47,17 +57,25 @@ class VYN_EXPORT CMemoryEdit : public CEdit {
   std::function<void(const std::string&)> observer_ VYN_GUARDED_BY(mutex_);
 };
 
+// A drop-down list kept in memory: its entries, selection and a free text.
 class VYN_EXPORT CMemoryComboBox : public CComboBox {
  public:
+  // Sets the free text, shown while no entry is selected.
   void SetWindowText(const std::string& text) override;
+  // The selected entry, or the free text when nothing is selected.
   std::string GetWindowText() const override;
+  // Records the state; nothing else changes with it.
   void EnableWindow(bool enable) override;
+  // The state last set by EnableWindow; true at first.
   bool IsWindowEnabled() const;
 
+  // Removes every entry and clears the selection; the free text stays.
   void ResetContent() override;
   int AddString(const std::string& text) override;
+  // An index outside the entries clears the selection and returns -1.
   int SetCurSel(int index) override;
   int GetCurSel() const override;
+  // A copy of the entries in the order they were added.
   std::vector<std::string> GetEntries() const;
 
  private:
@@ -68,11 +86,16 @@ class VYN_EXPORT CMemoryComboBox : public CComboBox {
   std::string text_ VYN_GUARDED_BY(mutex_);
 };
 
+// A label kept in memory.
 class VYN_EXPORT CMemoryStatic : public CStatic {
  public:
+  // Replaces the label's text.
   void SetWindowText(const std::string& text) override;
+  // A copy of the label's text.
   std::string GetWindowText() const override;
+  // Records the state; nothing else changes with it.
   void EnableWindow(bool enable) override;
+  // The state last set by EnableWindow; true at first.
   bool IsWindowEnabled() const;
 
  private:

@@ -21,6 +21,7 @@ class VYN_EXPORT CVYNStopWatch {
   CVYNStopWatch& operator=(const CVYNStopWatch& other);
   CVYNStopWatch(const CVYNStopWatch&) = delete;
 
+  // Stops the watch and sets the elapsed time to zero; 0.
   int32_t Reset();
   // Resets, then opens a running period.
   int32_t Start();
@@ -33,7 +34,9 @@ class VYN_EXPORT CVYNStopWatch {
   // Elapsed time, including the open period of a running watch; 0.0 without
   // a high-resolution counter.
   double GetAsSeconds();
+  // GetAsSeconds in milliseconds.
   double GetAsMilliSeconds();
+  // GetAsSeconds in microseconds.
   double GetAsMicroSeconds();
 
  private:

@@ -30,6 +30,8 @@ class VYN_EXPORT CVYNSynchronize {
   ~CVYNSynchronize() {
     if (entered_ && lock_ != nullptr) lock_->mutex.unlock();
   }
+  // Copies the lock and the entered flag; see the thread-safety note above
+  // for why the library never does.
   CVYNSynchronize& operator=(const CVYNSynchronize& other) = default;
 
   // Gives back the current lock if held, then refers to `lock`. With
@@ -39,6 +41,8 @@ class VYN_EXPORT CVYNSynchronize {
   // polls once per millisecond and gives up with VYN_STATUS_TIMEOUT at the
   // first poll after more than `time_limit_ms` milliseconds.
   int32_t Enter(uint32_t time_limit_ms = 0);
+  // Gives the lock back if this guard holds it: 0, also when it did not
+  // hold it; VYN_STATUS_UNSPECIFIC_ERROR when it holds an absent lock.
   int32_t Leave();
 
  private:

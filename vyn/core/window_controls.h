@@ -13,14 +13,23 @@
 
 #include "vyn/base/export.h"
 
+// What every control offers: its text and whether the user may operate it.
+// Services hold controls by reference and never own or delete them.
 class VYN_EXPORT CWnd {
  public:
   virtual ~CWnd();
+  // Replaces the whole text the control shows.
   virtual void SetWindowText(const std::string& text) = 0;
+  // The text the control shows now (a drop-down list: its selected entry).
   virtual std::string GetWindowText() const = 0;
+  // Lets the user operate the control (true) or greys it out (false); the
+  // services may still write a disabled control.
   virtual void EnableWindow(bool enable) = 0;
 };
 
+// A text view that services append to through the selection, as the log
+// does: it selects the end, replaces the selection with the new line, and
+// (without auto-scroll) puts the user's selection back.
 class VYN_EXPORT CEdit : public CWnd {
  public:
   // Switches redrawing off while several changes are made, and on again.
@@ -36,11 +45,14 @@ class VYN_EXPORT CEdit : public CWnd {
   virtual void ScrollCaret() = 0;
   // The most characters the control holds.
   virtual void SetLimitText(int limit) = 0;
+  // The limit now in force, in characters.
   virtual int GetLimitText() const = 0;
 };
 
+// A drop-down list of text entries indexed from 0.
 class VYN_EXPORT CComboBox : public CWnd {
  public:
+  // Removes every entry and clears the selection.
   virtual void ResetContent() = 0;
   // Appends an entry; returns its index.
   virtual int AddString(const std::string& text) = 0;
@@ -50,4 +62,5 @@ class VYN_EXPORT CComboBox : public CWnd {
   virtual int GetCurSel() const = 0;
 };
 
+// A label: only the operations every control has.
 class VYN_EXPORT CStatic : public CWnd {};

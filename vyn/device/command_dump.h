@@ -49,6 +49,8 @@ class VYN_EXPORT CVYNCommandDump : private CVYNCommandSet {
   int32_t DumpAcknowledgeOrNotification(unsigned char* frame);
   // Render by command id; 0.
   int32_t DumpAcknowledgeOrNotificationFromCCPU(unsigned char* frame);
+  // Renders the MCPU replies by command id (extended parameters, confirm,
+  // board information); other ids leave the line as it was. 0.
   int32_t DumpAcknowledgeOrNotificationFromMCPU(unsigned char* frame);
 
   // The line. With a destination of `size` bytes (size counts the zero), the

@@ -80,18 +80,26 @@ class VYN_EXPORT CVYNCommandSet {
   CVYNCommandSet& operator=(const CVYNCommandSet&) = delete;
 
   // --- Request builders (CCPU), slots 0 to 18 -----------------------------
-  // Without payload: 7-byte frames.
+  // Device information request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetDeviceInfo(unsigned char* frame);
+  // Settings dump request, no payload: 7 bytes.
   virtual uint16_t PrepareReqDumpSettings(unsigned char* frame);
+  // ECPU information request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetECPUInfo(unsigned char* frame);
+  // KCPU information request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetKCPUInfo(unsigned char* frame);
-  // Fixed payloads (byte 5 is written as 0 as well): two 16-bit 0x8000
-  // (12 bytes), four float 0.0 (24 bytes).
+  // PWM zero-offset request; fixed payload of two 16-bit 0x8000 (12 bytes,
+  // byte 5 written as 0 as well).
   virtual uint16_t PrepareReqSetECPUPWMZeroOffset(unsigned char* frame);
+  // PWM minimum/maximum request; fixed payload of four float 0.0 (24 bytes,
+  // byte 5 written as 0 as well).
   virtual uint16_t PrepareReqSetECPUPWMMinMax(unsigned char* frame);
+  // PWM calibration read-out request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetECPUPWMCalibration(unsigned char* frame);
-  // Fixed payload: two 32-bit 0 (16 bytes).
+  // Encoder minimum/maximum request; fixed payload of two 32-bit 0 (16 bytes,
+  // byte 5 written as 0 as well).
   virtual uint16_t PrepareReqSetECPUEncoderMinMax(unsigned char* frame);
+  // Encoder calibration read-out request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetECPUEncoderCalibration(unsigned char* frame);
   // One (property id, update rate) pair per entry.
   virtual uint16_t PrepareReqGetStatus(unsigned char* frame, unsigned char count,
@@ -101,22 +109,31 @@ class VYN_EXPORT CVYNCommandSet {
   // 128; `values` holds the values of those entries only, in order.
   virtual uint16_t PrepareReqControl(unsigned char* frame, unsigned char count,
                                      const unsigned char* property_ids, const uint16_t* values);
-  // Payload: type (16-bit), version and serial number, each with its zero.
+  // Writes the device's hardware information. Payload: type (16-bit),
+  // version and serial number, each with its zero.
   virtual uint16_t PrepareReqSetHardwareInfo(unsigned char* frame, uint16_t hardware_type,
                                              std::string hardware_version,
                                              std::string serial_number);
+  // Hardware information read-out request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetHardwareInfo(unsigned char* frame);
+  // The ECPU's hardware information, same payload as PrepareReqSetHardwareInfo.
   virtual uint16_t PrepareReqSetECPUHardwareInfo(unsigned char* frame, uint16_t hardware_type,
                                                  std::string hardware_version,
                                                  std::string serial_number);
+  // ECPU hardware information read-out request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetECPUHardwareInfo(unsigned char* frame);
-  // Payload: date and user, each with its zero.
+  // Writes the device's production information. Payload: date and user,
+  // each with its zero.
   virtual uint16_t PrepareReqSetProductionInfo(unsigned char* frame, std::string production_date,
                                                std::string production_user);
+  // Production information read-out request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetProductionInfo(unsigned char* frame);
+  // The ECPU's production information, same payload as
+  // PrepareReqSetProductionInfo.
   virtual uint16_t PrepareReqSetECPUProductionInfo(unsigned char* frame,
                                                    std::string production_date,
                                                    std::string production_user);
+  // ECPU production information read-out request, no payload: 7 bytes.
   virtual uint16_t PrepareReqGetECPUProductionInfo(unsigned char* frame);
 
   // --- Reply and notification parsers (CCPU), slots 19 to 40 --------------
@@ -134,19 +151,26 @@ class VYN_EXPORT CVYNCommandSet {
   virtual int32_t ProcessAckGetECPUInfo(unsigned char* frame, unsigned char* protocol_version,
                                         uint16_t* hardware_type, std::string* version,
                                         unsigned char size);
+  // The KCPU information reply, laid out as the ECPU's.
   virtual int32_t ProcessAckGetKCPUInfo(unsigned char* frame, unsigned char* protocol_version,
                                         uint16_t* hardware_type, std::string* version,
                                         unsigned char size);
   // The ECPU PWM replies come for one channel (a rocker) or two (a joystick);
   // each sets the two-channel flag from the payload length before checking
-  // anything else. Payload lengths 5 or 9; 9 or 17; 15 or 29.
+  // anything else. Zero-offset reply: status at 0, one float offset per
+  // channel; payload length 5 or 9.
   virtual int32_t ProcessAckSetECPUPWMZeroOffset(unsigned char* frame, unsigned char* status,
                                                  float* zero_offset_1, float* zero_offset_2,
                                                  unsigned char size);
+  // Minimum/maximum reply: status at 0, then float minimum and maximum duty
+  // cycle per channel; payload length 9 or 17.
   virtual int32_t ProcessAckSetECPUPWMMinMax(unsigned char* frame, unsigned char* status,
                                              float* duty_cycle_min_1, float* duty_cycle_max_1,
                                              float* duty_cycle_min_2, float* duty_cycle_max_2,
                                              unsigned char size);
+  // Calibration reply: status at 0, then per channel the min/max and zero
+  // calibrated flags and float minimum, maximum and offset; payload length 15
+  // or 29.
   virtual int32_t ProcessAckGetECPUPWMCalibration(
       unsigned char* frame, unsigned char* status, unsigned char* min_max_calibrated_1,
       unsigned char* zero_calibrated_1, float* duty_cycle_min_1, float* duty_cycle_max_1,
@@ -167,6 +191,8 @@ class VYN_EXPORT CVYNCommandSet {
   // that many and gives RX_WRONG_LENGTH.
   virtual int32_t ProcessAckGetStatus(unsigned char* frame, unsigned char* count,
                                       unsigned char* status_codes);
+  // The control reply: one status code per control entry, read as
+  // ProcessAckGetStatus reads its list.
   virtual int32_t ProcessAckControl(unsigned char* frame, unsigned char* count,
                                     unsigned char* status_codes);
   // The four set-acknowledgements: status at 0, payload length 1.
@@ -175,16 +201,25 @@ class VYN_EXPORT CVYNCommandSet {
   virtual int32_t ProcessAckGetHardwareInfo(unsigned char* frame, uint16_t* hardware_type,
                                             std::string* hardware_version,
                                             std::string* serial_number, unsigned char size);
+  // Acknowledgement of the ECPU hardware information: status at 0, payload
+  // length 1.
   virtual int32_t ProcessAckSetECPUHardwareInfo(unsigned char* frame, unsigned char* status);
+  // The ECPU hardware information reply, laid out as ProcessAckGetHardwareInfo.
   virtual int32_t ProcessAckGetECPUHardwareInfo(unsigned char* frame, uint16_t* hardware_type,
                                                 std::string* hardware_version,
                                                 std::string* serial_number, unsigned char size);
+  // Acknowledgement of the production information: status at 0, payload
+  // length 1.
   virtual int32_t ProcessAckSetProductionInfo(unsigned char* frame, unsigned char* status);
   // Date and user texts. A size below 2 is not refused here: the texts are
   // then cut (to nothing) and the result is -22.
   virtual int32_t ProcessAckGetProductionInfo(unsigned char* frame, std::string* production_date,
                                               std::string* production_user, unsigned char size);
+  // Acknowledgement of the ECPU production information: status at 0, payload
+  // length 1.
   virtual int32_t ProcessAckSetECPUProductionInfo(unsigned char* frame, unsigned char* status);
+  // The ECPU production information reply, read as
+  // ProcessAckGetProductionInfo.
   virtual int32_t ProcessAckGetECPUProductionInfo(unsigned char* frame,
                                                   std::string* production_date,
                                                   std::string* production_user, unsigned char size);
@@ -205,12 +240,19 @@ class VYN_EXPORT CVYNCommandSet {
                                   std::string* text, uint16_t size);
 
   // --- Request builders (MCPU), slots 41 to 47 ----------------------------
+  // Board information request, no payload: 5 bytes.
   virtual uint16_t PrepareReqBoardInfo(unsigned char* frame);
+  // Extended parameter read-out; payload one byte 0: 6 bytes.
   virtual uint16_t PrepareReqReadParamsExt(unsigned char* frame);
+  // Encoder field-offset calibration, no payload: 5 bytes.
   virtual uint16_t PrepareReqEncodersCalibFldOffset(unsigned char* frame);
+  // Encoder zero-offset calibration, no payload: 5 bytes.
   virtual uint16_t PrepareReqEncodersCalibOffset(unsigned char* frame);
+  // Real-time data set 3 request, no payload: 5 bytes.
   virtual uint16_t PrepareReqRealTimeData3(unsigned char* frame);
+  // Motors on: the motor change command with payload byte 0x0B (6 bytes).
   virtual uint16_t PrepareReqMotorsOn(unsigned char* frame);
+  // Motors off: the motor change command with payload byte 0x0C (6 bytes).
   virtual uint16_t PrepareReqMotorsOff(unsigned char* frame);
 
   // --- Reply parsers (MCPU), slots 48 to 51 -------------------------------
@@ -279,6 +321,8 @@ class VYN_EXPORT CVYNCommandSet {
   unsigned char sequence_counter_ VYN_GUARDED_BY(sequence_lock_) = 1;
 
  protected:
+  // True when the last ECPU PWM reply parsed carried two channels; false
+  // before any. Read it on the thread that parsed.
   bool HasTwoChannels() const { return two_channels_; }
 };
 

@@ -38,6 +38,9 @@ constexpr unsigned char MCPU_START_DELIMITER = 0x3E;  // '>'
 constexpr size_t SERIAL_FRAME_BUFFER_SIZE = 1024;
 constexpr uint16_t SERIAL_FRAME_MAX_LENGTH = 1023;
 
+// Header bytes in front of the payload: start delimiter, id, length,
+// sequence number and header checksum for CCPU; delimiter, id, length and
+// header checksum for MCPU. A CCPU frame without payload is only its header.
 constexpr uint16_t CCPU_HEADER_LENGTH = 7;
 constexpr uint16_t MCPU_HEADER_LENGTH = 4;
 // The largest CCPU payload whose frame (N + 8 bytes) stays below the buffer size.
@@ -60,5 +63,5 @@ constexpr int32_t RX_BAD_PAYLOAD_CHECKSUM = -30;
 struct _SERIAL_FRAME_RECORD {
   CVYNSerialPort* port;  // the port that received or sent the frame; not owned
   SYSTEMTIME time;       // UTC, when the frame was handed over or written
-  unsigned char frame[SERIAL_FRAME_BUFFER_SIZE];
+  unsigned char frame[SERIAL_FRAME_BUFFER_SIZE];  // the frame from its start delimiter on
 };

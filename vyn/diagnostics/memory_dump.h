@@ -2,8 +2,9 @@
 //
 // From Initialize on, every fatal condition of the process ends the same
 // way: a minidump of the whole process is written to
-//   <current directory at Initialize>/Dumps/<name> YYYY-MM-DD HH-MM-SS (NN).dmp
-// (local time of the dump, NN the number of the crash), a message box may
+//   CWD/Dumps/NAME YYYY-MM-DD HH-MM-SS (NN).dmp
+// (CWD the directory that was current at Initialize, NAME the name given to
+// Initialize, local time of the dump, NN the number of the crash), a message box may
 // tell the user where it is, and the process ends at once with exit code 1.
 // Fatal conditions on Linux are the signals SIGSEGV, SIGBUS, SIGFPE, SIGILL,
 // SIGABRT (abort, failed assertions, std::terminate, the C library's own
@@ -96,6 +97,9 @@ inline constexpr uint32_t MB_ICONERROR = 0x00000010;
 
 class VYN_EXPORT CVYNMemoryDump {
  public:
+  // The dump type until SetDumpType or the DumpType setting changes it:
+  // writable module data and open file descriptors (the memory-scan flag has
+  // no equivalent on Linux).
   static constexpr uint32_t kDefaultDumpType =
       MiniDumpWithDataSegs | MiniDumpWithHandleData | MiniDumpScanMemory;
 
@@ -116,6 +120,8 @@ class VYN_EXPORT CVYNMemoryDump {
   // The dump procedure. Does not return when `end_process` is true;
   // otherwise returns -1 after the dump. `pointers` may be null.
   int32_t TopLevelFilter(EXCEPTION_POINTERS* pointers, bool end_process);
+  // With `show`, a message box tells the user where the dump was written
+  // before the process ends; off until set here or by MessageBoxAfterDump.
   void SetShowMessageBoxAfterDump(bool show);
 
   // Settings, heap check and fault provocation.

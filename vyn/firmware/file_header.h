@@ -34,6 +34,8 @@
 #include "vyn/base/export.h"
 #include "vyn/core/framework_file.h"
 
+// The first four bytes of every firmware file, and the header's size in
+// bytes.
 constexpr uint32_t VYN_FILE_HEADER_MAGIC = 0x19860322;
 constexpr uint32_t VYN_FILE_HEADER_SIZE = 80;
 
@@ -45,11 +47,12 @@ constexpr uint32_t VYN_FILE_TYPE_LCPU = 4;
 constexpr uint32_t VYN_FILE_TYPE_MCPU = 5;
 constexpr uint32_t VYN_FILE_TYPE_ECPU = 6;
 
+// The header at the start of a firmware file, in file order.
 struct _FILE_HEADER {
-  uint32_t dwMagic;
-  uint32_t dwCRC;
-  uint32_t dwDataLength;
-  uint32_t dwFileType;
+  uint32_t dwMagic;       // VYN_FILE_HEADER_MAGIC
+  uint32_t dwCRC;         // CRC of the data as they lie in the file (see above)
+  uint32_t dwDataLength;  // data bytes after the header
+  uint32_t dwFileType;    // a VYN_FILE_TYPE_ value; its low byte is the scrambling key
   // The creating application's own bytes; copied, never read.
   unsigned char abApplicationData[64];
 };

@@ -66,9 +66,9 @@ class VYN_EXPORT CVYNSTM32BootLoader {
 
  protected:
   // A data source places up to `size` bytes into `buffer` and returns how
-  // many (0 at the end of the data); a progress function is told the bytes
-  // written so far.
+  // many (0 at the end of the data).
   using DataSource = uint32_t (*)(unsigned char* buffer, uint32_t size);
+  // A progress function is told the bytes written to the chip so far.
   using ProgressFunction = void (*)(uint32_t written);
 
   // The system log's AddOutput with caller "CVYNSTM32BootLoader".

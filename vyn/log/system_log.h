@@ -104,17 +104,22 @@ class VYN_EXPORT CVYNSystemLogEx {
   // Event-type masks for the file and the view; read when an entry is
   // accepted (it must pass one of them) and again when it is written.
   void SetFileFilter(uint32_t mask);
+  // The file's mask as last set.
   uint32_t GetFileFilter();
+  // Sets the view's mask, used as the file's is.
   void SetOutputFilter(uint32_t mask);
+  // The view's mask as last set.
   uint32_t GetOutputFilter();
   // The view is fed only while this is true (false after load).
   void SetEnableOutput(bool enable);
   // With auto-scroll the view follows the newest line; without, the user's
   // selection and scroll position stay.
   void SetControlAutoScroll(bool auto_scroll);
+  // The auto-scroll flag as last set.
   bool GetControlAutoScroll();
   // A value kept for the application; the log never consults it.
   void SetAllowDowngrade(uint32_t value);
+  // The value last given to SetAllowDowngrade.
   uint32_t GetAllowDowngrade();
 
   // Entries accepted and not yet written (and handed to the operating
@@ -148,7 +153,11 @@ class VYN_EXPORT CVYNSystemLogEx {
   int32_t RunOutputThread();
 
  protected:
+  // Counts one more entry of `type` (an unknown type counts as unknown); 0.
+  // Lock-free, from any thread.
   int32_t IncreasePriorityCounter(_VYNSystemLogExEventType type);
+  // The event column's word for `type` ("error", "debug", ...); "???" for a
+  // value that is no event type.
   std::string GetEventTypeAsString(_VYNSystemLogExEventType type);
   // Writes one entry to the file and the view, as the filters and flags
   // stand now. Output thread only.
@@ -158,6 +167,8 @@ class VYN_EXPORT CVYNSystemLogEx {
   int32_t CheckLogFile();
   // Closes the current file and starts a new one.
   int32_t GenerateFileNames();
+  // Writes the CSV column titles as the file's first line and flushes them;
+  // 0. Output thread only.
   int32_t WriteCSVHeader();
 
  private:

@@ -16,8 +16,8 @@ struct _VYN_SYSTEM_LOG_EX_ENTRY {
   SYSTEMTIME stTime = {};  // local time of acceptance
   int64_t llTimeGMT = 0;   // the CSV column "ms [GMT]"; the log always leaves it 0
   std::string strText;     // cleaned: no double quotes, no trailing line breaks
-  _VYNSystemLogExEventType eType = VYN_EVENT_UNKNOWN;
-  std::string strReference;
-  std::string strCaller;
-  std::string strContext;
+  _VYNSystemLogExEventType eType = VYN_EVENT_UNKNOWN;  // the type given to AddOutput
+  std::string strReference;  // the caller's reference (a port name, say); prefixed in the view
+  std::string strCaller;     // the writing component, file only
+  std::string strContext;    // free context text, file only
 };

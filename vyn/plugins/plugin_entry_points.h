@@ -20,6 +20,8 @@
 
 #include <cstdint>
 
+// Marks an entry point: C linkage and visible outside the plug-in's library,
+// so that the manager finds it by its plain name.
 #define VYN_PLUGIN_EXPORT extern "C" __attribute__((visibility("default")))
 
 // Called once by each load. Its result is the result of the load; the

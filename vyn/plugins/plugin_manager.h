@@ -83,10 +83,13 @@
 // A loaded library, as the platform's loader hands it out.
 using HMODULE = void*;
 
-// The types of the entry points, as the manager calls them.
+// PluginInitialize, as the manager calls it.
 using VYNPluginInitializeFunction = int32_t (*)();
+// PluginTerminate, as the manager calls it.
 using VYNPluginTerminateFunction = void (*)();
+// PluginShowDialog, as the manager calls it.
 using VYNPluginShowDialogFunction = int32_t (*)();
+// PluginProcessEvent, as the manager calls it.
 using VYNPluginProcessEventFunction = int32_t (*)(int32_t event, void* data);
 
 // One plug-in. It counts as loaded while both pfnInitialize and pfnTerminate
@@ -99,9 +102,9 @@ class VYN_EXPORT CVYNPlugin {
   CVYNPlugin(const CVYNPlugin&) = delete;
   CVYNPlugin& operator=(const CVYNPlugin&) = delete;
 
-  HMODULE hModule = nullptr;
-  VYNPluginInitializeFunction pfnInitialize = nullptr;
-  VYNPluginTerminateFunction pfnTerminate = nullptr;
+  HMODULE hModule = nullptr;  // the library, set by the load; never released (see above)
+  VYNPluginInitializeFunction pfnInitialize = nullptr;      // required; null when not loaded
+  VYNPluginTerminateFunction pfnTerminate = nullptr;        // required; null when not loaded
   VYNPluginShowDialogFunction pfnShowDialog = nullptr;      // optional
   VYNPluginProcessEventFunction pfnProcessEvent = nullptr;  // optional
   // The file name exactly as given to LoadPlugin.

@@ -39,8 +39,11 @@ class VYN_EXPORT CVYNMessage {
   // As the move constructor; this message's old buffer is released.
   CVYNMessage& operator=(CVYNMessage&& other) noexcept;
 
+  // Changes the type; the buffer stays. 0.
   int32_t SetMessageType(uint32_t message_type);
+  // The sender's type (vyn/core/message_types.h or the application's own).
   uint32_t GetMessageType() const;
+  // Bytes in the buffer; 0 without buffer.
   int32_t GetBufferSize() const;
 
   // The bytes, or null without buffer; the message keeps ownership.

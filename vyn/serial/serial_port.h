@@ -42,7 +42,7 @@
 // resource busy)."; GetLastOpenFailure gives the same to a program.
 //
 // Port names: a name with '/' is a path; "COMn" is /dev/ttyS<n-1>; any other
-// name is /dev/<name>. Names of any length are accepted.
+// name is looked up under /dev. Names of any length are accepted.
 // Frames: SendCommand takes at most 512 bytes (the send slot); a longer frame,
 // a null frame or a length of 0 is refused with VYN_STATUS_INVALID_PARAMETER.
 // CloseSerialPort while the receiving thread runs: the thread closes the
@@ -100,7 +100,9 @@ enum _VYNSerialOpenFailure {
 
 class VYN_EXPORT CVYNSerialPort {
  public:
+  // The longest frame SendCommand accepts, in bytes.
   static constexpr uint32_t kSendSlotSize = 512;
+  // The most bytes the receiving thread reads from the port at once.
   static constexpr uint32_t kReadBufferSize = 32768;
 
   CVYNSerialPort();
@@ -111,14 +113,24 @@ class VYN_EXPORT CVYNSerialPort {
   // Stores the name; then a baud id 0 to 10, else VYN_STATUS_INVALID_PARAMETER
   // (with the name already changed).
   int32_t SetSerialPortSettings(std::string port_name, int32_t baud_id);
+  // Copies the port name and baud id into the outputs that are not null; 0.
   int32_t GetSerialPortSettings(std::string* port_name, int32_t* baud_id);
+  // Stores the port name (see Port names above); 0. It takes effect at the
+  // next open, the receiving thread's reopen of a lost port included.
   int32_t SetCOMPort(std::string port_name) VYN_EXCLUDES(settings_lock_);
+  // The port name, also copied into `port_name` when that is not null.
   std::string GetCOMPort(std::string* port_name) VYN_EXCLUDES(settings_lock_);
+  // Baud ids 0 to 10 stand for 1200, 2400, 4800, 9600, 19200, 38400, 57600,
+  // 115200, 230400, 460800 and 921600 baud; another id is refused with
+  // VYN_STATUS_INVALID_PARAMETER and the setting kept. Used at the next open.
   int32_t SetBaudRateAsID(int32_t baud_id);
+  // The baud id, also copied into `baud_id` when that is not null.
   int32_t GetBaudRateAsID(int32_t* baud_id);
+  // The baud rate of the current id, in bits per second.
   int32_t GetBaudRate();
   // PROTOCOL_CCPU or PROTOCOL_MCPU; VYN_STATUS_INVALID_PARAMETER otherwise.
   int32_t SetProtocol(unsigned short protocol);
+  // Sets the link statistics' counters to zero; 0. Every open does the same.
   int32_t InitializeSerialPortStatus();
 
   // Opens and configures the port (0, or -1 after a 10 ms pause). With
@@ -128,9 +140,20 @@ class VYN_EXPORT CVYNSerialPort {
   // 0; VYN_STATUS_TIMEOUT only when a running receiving thread did not take
   // the request within 5 s (it is frozen after a hang).
   int32_t CloseSerialPort(bool unused) VYN_EXCLUDES(lifecycle_lock_);
+  // Opens the port and starts the receiving thread: 0; VYN_STATUS_BUSY when
+  // the thread runs already; VYN_STATUS_UNSPECIFIC_ERROR after a failed open
+  // (logged, GetLastOpenFailure, then a 10 ms pause); the thread's own start
+  // status when it could not be started.
   int32_t InitializeReceivingThread() VYN_EXCLUDES(lifecycle_lock_);
+  // The receiving thread's body, run by the thread that
+  // InitializeReceivingThread starts; an application never calls it. 0 when
+  // stopped, non-zero when its read buffer could not be allocated.
   int32_t RunSerialPortThread();
+  // Stops the receiving thread, waits for its end and closes the port; a
+  // waiting frame is dropped. 0, also when no thread ran. The destructor
+  // calls it.
   int32_t TerminateReceivingThread() VYN_EXCLUDES(lifecycle_lock_);
+  // True while the receiving thread runs (the port may still be down).
   bool IsRunning();
   // Queues one frame for writing after filling in its sequence number and
   // checksums (in the caller's buffer too). VYN_STATUS_BUSY when the thread
@@ -140,12 +163,17 @@ class VYN_EXPORT CVYNSerialPort {
   // 0 as soon as no frame waits; VYN_STATUS_TIMEOUT when `milliseconds` ran
   // out (at once for 0).
   int32_t WaitWhileBusy(uint32_t milliseconds);
+  // Any mode other than 0 makes the receiving thread log the link statistics
+  // once a second, as debug entries; 0 stops it. Always 0.
   int32_t SetDumpMode(uint32_t mode);
+  // The mode last set; 0 at first.
   uint32_t GetDumpMode();
 
   // The link statistics line ("Serial status; received; ...") and the
   // counters behind it.
   std::string GetSerialPortStatus();
+  // A snapshot of the counters since the last open or
+  // InitializeSerialPortStatus.
   _SERIAL_LINK_STATISTICS GetSerialPortStatistics();
   // Accepted frames that were dropped instead of written (see above), since
   // the port object was made; opening the port does not reset it.

@@ -35,12 +35,20 @@ class VYN_EXPORT CVYNMonitoredThread : public CVYNThread {
   // registers a thread that is not yet registered, and freezes the caller
   // while the monitor's timeout flag is set.
   void UpdateStatus();
+  // The last heartbeat, in the units of UpdateStatus; 0 before the first.
+  // Read without a lock, from any thread.
   int64_t GetLastTimestamp();
+  // Takes the object off the monitor's list, so that it is no longer
+  // watched; the next heartbeat registers it again.
   void Unregister();
+  // The number the monitor handed out when this object was made: each
+  // monitored thread object of the process gets the next one.
   int32_t GetSequenceNumber() const { return sequence_number_; }
 
  protected:
+  // Registers with the monitor (with a first heartbeat) as the thread starts.
   int32_t PreProcessThread() override;
+  // Leaves the monitor's list once the thread function has returned.
   int32_t PostProcessThread() override;
 
  private:

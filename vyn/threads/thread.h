@@ -68,9 +68,17 @@ class VYN_EXPORT CVYNThread {
   int32_t DestroyThread(bool wait);
   // Releases the thread without waiting (for a thread that ends by itself).
   int32_t EndOfThread();
+  // True from CreateThread until a stop is requested (DestroyThread); a soft
+  // stop leaves it set. The thread function's loop condition.
   bool IsRunning() const;
+  // Stores an exit code; 0. The thread function's return value replaces it
+  // when the function returns (VYN_STATUS_EXCEPTION_CAUGHT when it threw).
   int32_t SetExitCode(uint32_t exit_code);
+  // The exit code stored last: 0 at first, the function's result once it
+  // has returned.
   uint32_t GetExitCode();
+  // Called by the thread function once it is ready: releases a CreateThread
+  // that waits for the start. 0.
   int32_t SignalStart();
   // Waits up to `milliseconds` on the stop event: VYN_STATUS_SUCCESS when the
   // time passed, VYN_STATUS_OPERATION_BROKEN at once when a stop or soft stop
@@ -81,14 +89,24 @@ class VYN_EXPORT CVYNThread {
   int32_t SetThreadName(std::string name);
   // VYN_STATUS_INVALID_HANDLE, argument untouched, while there is no thread.
   int32_t GetThreadName(std::string& name);
+  // The thread's system id into `id`: 0, or VYN_STATUS_INVALID_HANDLE with
+  // `id` untouched while there is no thread.
   int32_t GetThreadID(uint32_t& id);
   // The id, or kNoThreadId without a thread.
   uint32_t GetThreadID();
+  // Cuts the thread's Sleep short (VYN_STATUS_OPERATION_BROKEN), now and
+  // until ResetSoftStop, without stopping the thread: IsRunning stays true. 0.
   int32_t SetSoftStop();
+  // Ends a soft stop, so that Sleep waits again (a stop request stays in
+  // force). 0.
   int32_t ResetSoftStop();
 
  protected:
+  // Runs on the new thread before the thread function; its result is not
+  // used. Does nothing here; a derived class hooks its start in.
   virtual int32_t PreProcessThread();
+  // Runs on the thread after the thread function has returned (or thrown)
+  // and its exit code is stored. Does nothing here.
   virtual int32_t PostProcessThread();
   // Announces the stored name for the calling thread.
   int32_t SetThreadName();
