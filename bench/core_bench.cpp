@@ -63,14 +63,14 @@ void BM_IniGetEntryFrom1000Keys(benchmark::State& state) {
     state.SkipWithError("write failed");
   }
   close(fd);
-  vyn::testing::SetProfileSettleTime(0);  // the copy is kept from the first lookup on
+  vyn::seams::SetProfileSettleTime(0);  // the copy is kept from the first lookup on
   CVYNIniManager ini;
   std::string value;
   for (auto _ : state) {
     ini.GetEntry("Bench", "Key999", &value, path);
     benchmark::DoNotOptimize(value);
   }
-  vyn::testing::SetProfileSettleTime(2000);
+  vyn::seams::SetProfileSettleTime(2000);
   unlink(path);
 }
 BENCHMARK(BM_IniGetEntryFrom1000Keys);
@@ -98,17 +98,17 @@ void BM_IniGetEntryFrom1MBFile(benchmark::State& state) {
   }
   close(fd);
   const bool kept = state.range(0) != 0;
-  vyn::testing::SetProfileSettleTime(kept ? 0 : UINT32_MAX);
-  const size_t loads = vyn::testing::ProfileFileLoads();
+  vyn::seams::SetProfileSettleTime(kept ? 0 : UINT32_MAX);
+  const size_t loads = vyn::seams::ProfileFileLoads();
   CVYNIniManager ini;
   std::string value;
   for (auto _ : state) {
     ini.GetEntry("Section7", "Key999", &value, path);
     benchmark::DoNotOptimize(value);
   }
-  state.counters["file_reads"] = static_cast<double>(vyn::testing::ProfileFileLoads() - loads);
+  state.counters["file_reads"] = static_cast<double>(vyn::seams::ProfileFileLoads() - loads);
   state.SetLabel(std::to_string(content.size()) + " bytes");
-  vyn::testing::SetProfileSettleTime(2000);
+  vyn::seams::SetProfileSettleTime(2000);
   unlink(path);
 }
 BENCHMARK(BM_IniGetEntryFrom1MBFile)->Arg(1)->Arg(0);

@@ -29,7 +29,7 @@ constexpr off_t kLimit = off_t{16} << 20;
 
 class IniManagerTest : public ::testing::Test {
  protected:
-  ~IniManagerTest() override { vyn::testing::SetProfileSettleTime(2000); }
+  ~IniManagerTest() override { vyn::seams::SetProfileSettleTime(2000); }
 
   // The value, or "<untouched>" when the manager left it alone.
   std::string Get(const std::string& section, const std::string& key, const std::string& path,
@@ -220,7 +220,7 @@ TEST_F(IniManagerTest, SeesChangesByThisAndOtherWritersAndReadsAnUnchangedFileOn
   EXPECT_EQ(Get("S", "k", path), "2");
 
   // Copies trusted at once: what tells a change is the file's identity.
-  vyn::testing::SetProfileSettleTime(0);
+  vyn::seams::SetProfileSettleTime(0);
   ASSERT_EQ(ini_.SetEntry("S", "k", "3", path), VYN_STATUS_SUCCESS);  // this process
   EXPECT_EQ(Get("S", "k", path), "3");
   WriteFile(path, "[S]\nk=four\n");  // another writer, another size
@@ -240,14 +240,14 @@ TEST_F(IniManagerTest, SeesChangesByThisAndOtherWritersAndReadsAnUnchangedFileOn
     }
   }
   WriteFile(path, content);
-  const size_t before = vyn::testing::ProfileFileLoads();
+  const size_t before = vyn::seams::ProfileFileLoads();
   for (int i = 0; i < 500; ++i) {
     const int section = i % 20;
     const int key = (i * 7) % 100;
     ASSERT_EQ(Get("section" + std::to_string(section), "KEY" + std::to_string(key), path),
               std::to_string(section * 1000 + key));
   }
-  EXPECT_EQ(vyn::testing::ProfileFileLoads() - before, 1u);
+  EXPECT_EQ(vyn::seams::ProfileFileLoads() - before, 1u);
 }
 
 }  // namespace

@@ -28,12 +28,12 @@ using ::testing::internal::GetCapturedStderr;
 class LogFailureTest : public LogTest {
  protected:
   LogFailureTest() {
-    vyn::testing::SetSystemLogRetryInterval(kRetryMs);
+    vyn::seams::SetSystemLogRetryInterval(kRetryMs);
     log_.SetEnableOutput(true);
   }
   ~LogFailureTest() override {
-    vyn::testing::SetSystemLogFreeSpace(-1);
-    vyn::testing::SetSystemLogRetryInterval(10000);
+    vyn::seams::SetSystemLogFreeSpace(-1);
+    vyn::seams::SetSystemLogRetryInterval(10000);
   }
   // Waits until the next entry makes the log try a new file.
   static void PassRetryInterval() {
@@ -124,7 +124,7 @@ TEST_F(LogFailureTest, AFullDiskLeavesWholeLinesAnExactLostCountAndNoEmptyFiles)
   ASSERT_EQ(LogFiles(), std::vector<std::string>{"Logs/" + first.substr(first.rfind('/') + 1)});
 
   // Room for one line and part of the next: that part is cut off again.
-  vyn::testing::SetSystemLogFreeSpace(80);
+  vyn::seams::SetSystemLogFreeSpace(80);
   CaptureStderr();
   for (int i = 0; i < 50; ++i) log_.AddOutput("line " + std::to_string(i), VYN_EVENT_ERROR);
   WaitUntilWritten();
@@ -147,7 +147,7 @@ TEST_F(LogFailureTest, AFullDiskLeavesWholeLinesAnExactLostCountAndNoEmptyFiles)
   EXPECT_EQ(kept.back()[kText], "line 0");
 
   // Room again: the next retry starts a file that holds the entries.
-  vyn::testing::SetSystemLogFreeSpace(-1);
+  vyn::seams::SetSystemLogFreeSpace(-1);
   PassRetryInterval();
   log_.AddOutput("after the retry", VYN_EVENT_ERROR);
   WaitUntilWritten();
@@ -177,7 +177,7 @@ TEST_F(LogFailureTest, AFailingDeviceLosesItsLinesAndANewFileFollows) {
   log_.AddOutput("kept", VYN_EVENT_ERROR);
   WaitUntilWritten();
   const int64_t lost = log_.GetLostEntryCount();
-  vyn::testing::RedirectSystemLogFile("/dev/full");
+  vyn::seams::RedirectSystemLogFile("/dev/full");
   for (int i = 0; i < 5; ++i) log_.AddOutput("lost " + std::to_string(i), VYN_EVENT_ERROR);
   WaitUntilWritten();
   EXPECT_EQ(log_.GetLostEntryCount(), lost + 5);

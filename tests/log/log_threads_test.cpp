@@ -93,8 +93,8 @@ int ReportHangThroughTheLog() {
   silent.CreateThread(&FallSilent, &silent, nullptr, 0, 0, true);
   const std::string id = std::to_string(static_cast<int>(silent.GetThreadID()));
   GetVYNSystemLogEx().Initialize(nullptr, "Hang", "V 1");
-  vyn::testing::SetThreadMonitorTiming(3000000000, 5);  // 300 s, checked every 5 ms
-  vyn::testing::SetThreadMonitorClock(silent.GetLastTimestamp() + 3000000001);
+  vyn::seams::SetThreadMonitorTiming(3000000000, 5);  // 300 s, checked every 5 ms
+  vyn::seams::SetThreadMonitorClock(silent.GetLastTimestamp() + 3000000001);
   CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
   monitor.Initialize();
   for (int i = 0; i < 2000 && !monitor.IsObjectTimeout(); ++i) {

@@ -26,7 +26,7 @@ for name in GetVYNLanguage GetVYNSystemLogEx GetVYNThreadMonitor GetVYNSerialPor
             ShowMessageBox; do
   grep -q -F " $name" "$work/exports" || { echo "not exported: $name"; exit 1; }
 done
-internal='^[0-9a-f]+ [A-Za-z] (vyn::platform::|vyn::language::|vyn::testing::|vyn::LogAddOutput)'
+internal='^[0-9a-f]+ [A-Za-z] (vyn::platform::|vyn::language::|vyn::seams::|vyn::LogAddOutput)'
 if grep -q -E "$internal" "$work/exports"; then
   echo "internal symbols exported:"; grep -E "$internal" "$work/exports"
   exit 1

@@ -61,13 +61,13 @@ void ThresholdIsThreeHundredSecondsExactly() {
   CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
   const int64_t last = once.thread.GetLastTimestamp();
   if (last == 0) Fail("the thread stamped no heartbeat");
-  vyn::testing::SetThreadMonitorClock(last + kThreshold100ns);
+  vyn::seams::SetThreadMonitorClock(last + kThreshold100ns);
   monitor.CheckObjects();
   if (monitor.IsObjectTimeout()) Fail("a heartbeat of exactly 300 s was taken as a hang");
-  vyn::testing::SetThreadMonitorClock(last - kOneSecond100ns);  // the clock was set back
+  vyn::seams::SetThreadMonitorClock(last - kOneSecond100ns);  // the clock was set back
   monitor.CheckObjects();
   if (monitor.IsObjectTimeout()) Fail("a heartbeat from the future was taken as a hang");
-  vyn::testing::SetThreadMonitorClock(last + kThreshold100ns + 1);
+  vyn::seams::SetThreadMonitorClock(last + kThreshold100ns + 1);
   monitor.CheckObjects();
   if (!monitor.IsObjectTimeout()) Fail("a heartbeat of 300 s and 100 ns was not a hang");
   std::_Exit(0);
@@ -77,10 +77,10 @@ void ThresholdIsThreeHundredSecondsExactly() {
 // then freezes at its next heartbeat, whoever stamps it, until its owner
 // stops it.
 void HangFreezesEveryMonitoredThread() {
-  vyn::testing::SetThreadMonitorTiming(kThreshold100ns, 5);
+  vyn::seams::SetThreadMonitorTiming(kThreshold100ns, 5);
   Beating silent(true);
   Beating healthy;  // every heartbeat of it is younger than the silent one's
-  vyn::testing::SetThreadMonitorClock(silent.thread.GetLastTimestamp() + kThreshold100ns + 1);
+  vyn::seams::SetThreadMonitorClock(silent.thread.GetLastTimestamp() + kThreshold100ns + 1);
   CVYNThreadMonitor& monitor = GetVYNThreadMonitor();
   if (monitor.Initialize() != VYN_STATUS_SUCCESS) Fail("the watchdog did not start");
   if (monitor.Initialize() != VYN_STATUS_BUSY) Fail("a second start was not refused as busy");
@@ -120,7 +120,7 @@ void HangFreezesEveryMonitoredThread() {
 void HangEndsTheProcessWhenHandlersAreInstalled() {
   vyn::platform::MarkCrashHandlersInstalled();
   Beating silent(true);
-  vyn::testing::SetThreadMonitorClock(silent.thread.GetLastTimestamp() + kThreshold100ns + 1);
+  vyn::seams::SetThreadMonitorClock(silent.thread.GetLastTimestamp() + kThreshold100ns + 1);
   GetVYNThreadMonitor().Initialize();
   SleepMs(30000);
   Fail("the watchdog did not end the process");
@@ -144,9 +144,9 @@ TEST(WatchdogTest, HealthyThreadsAreNeverReported) {
   for (const int rounds = healthy.rounds + 2; healthy.rounds < rounds;) SleepMs(1);
   monitor.CheckObjects();
   EXPECT_FALSE(monitor.IsObjectTimeout());
-  vyn::testing::SetThreadMonitorClock(since + kThreshold100ns);
+  vyn::seams::SetThreadMonitorClock(since + kThreshold100ns);
   monitor.CheckObjects();
-  vyn::testing::SetThreadMonitorClock(0);
+  vyn::seams::SetThreadMonitorClock(0);
   EXPECT_FALSE(monitor.IsObjectTimeout());
   EXPECT_EQ(monitor.Initialize(), VYN_STATUS_SUCCESS);
   EXPECT_EQ(monitor.Terminate(), VYN_STATUS_SUCCESS);

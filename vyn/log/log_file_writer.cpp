@@ -48,7 +48,7 @@ bool WriteWithinFreeSpace(vyn::platform::File* file, const std::string& data, si
 }  // namespace
 }  // namespace vyn::log
 
-namespace vyn::testing {
+namespace vyn::seams {
 
 void RedirectSystemLogFile(const std::string& path) {
   vyn::MutexLock lock(&vyn::log::g_redirect_mutex);
@@ -58,7 +58,7 @@ void RedirectSystemLogFile(const std::string& path) {
 
 void SetSystemLogFreeSpace(int64_t bytes) { vyn::log::g_free_space = bytes; }
 
-}  // namespace vyn::testing
+}  // namespace vyn::seams
 
 namespace vyn::log {
 

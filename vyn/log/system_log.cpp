@@ -49,11 +49,11 @@ enum LogText : int32_t {
 
 }  // namespace
 
-namespace vyn::testing {
+namespace vyn::seams {
 
 void SetSystemLogRetryInterval(uint32_t milliseconds) { g_retry_interval_ms = milliseconds; }
 
-}  // namespace vyn::testing
+}  // namespace vyn::seams
 
 struct CVYNSystemLogEx::Output {
   vyn::log::LogFileWriter file;

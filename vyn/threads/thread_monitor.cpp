@@ -35,7 +35,7 @@ int32_t MonitorThreadFunction(void* /*parameter*/) {
 
 }  // namespace
 
-namespace vyn::testing {
+namespace vyn::seams {
 
 void SetThreadMonitorTiming(int64_t hang_threshold_100ns, uint32_t check_period_ms) {
   g_hang_threshold = hang_threshold_100ns;
@@ -46,7 +46,7 @@ void ResetThreadMonitorTiming() { SetThreadMonitorTiming(kHangThreshold100ns, kC
 
 void SetThreadMonitorClock(int64_t now_100ns) { g_fixed_now = now_100ns; }
 
-}  // namespace vyn::testing
+}  // namespace vyn::seams
 
 CVYNThreadMonitor::CVYNThreadMonitor() = default;
 

@@ -204,7 +204,7 @@ void Fail(const std::string& kind, int argc, char** argv) {
     std::_Exit(0);
 #ifdef VYN_PROBE_STATIC
   } else if (kind == "hang") {
-    vyn::testing::SetThreadMonitorTiming(3000000, 20);  // a hang after 0.3 s
+    vyn::seams::SetThreadMonitorTiming(3000000, 20);  // a hang after 0.3 s
     GetVYNThreadMonitor().Initialize();
     CVYNMonitoredThread thread;
     thread.SetThreadName("Hanging Worker");

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-namespace vyn::testing {
+namespace vyn::seams {
 
 // Before its next write, the log swaps the descriptor of its current file for
 // one opened on `path` (for example /dev/full, where every write fails).
@@ -17,4 +17,4 @@ void SetSystemLogFreeSpace(int64_t bytes);
 // (10 s unless changed).
 void SetSystemLogRetryInterval(uint32_t milliseconds);
 
-}  // namespace vyn::testing
+}  // namespace vyn::seams

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vyn::testing {
+namespace vyn::seams {
 
 // How many times a file has been read and parsed since the process started.
 size_t ProfileFileLoads();
@@ -12,4 +12,4 @@ size_t ProfileFileLoads();
 // (2000 ms unless changed); 0 trusts a copy at once.
 void SetProfileSettleTime(uint32_t milliseconds);
 
-}  // namespace vyn::testing
+}  // namespace vyn::seams

@@ -370,7 +370,7 @@ const char* DescribeProfileStatus(ProfileStatus status) {
 
 }  // namespace vyn::platform
 
-namespace vyn::testing {
+namespace vyn::seams {
 
 size_t ProfileFileLoads() { return platform::Cache().loads.load(std::memory_order_relaxed); }
 
@@ -378,4 +378,4 @@ void SetProfileSettleTime(uint32_t milliseconds) {
   platform::Cache().settle_time.store(int64_t{milliseconds} * 1000000, std::memory_order_relaxed);
 }
 
-}  // namespace vyn::testing
+}  // namespace vyn::seams

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace vyn::testing {
+namespace vyn::seams {
 
 // A hang is a heartbeat older than `hang_threshold_100ns`; the watchdog checks
 // every `check_period_ms`.
@@ -14,4 +14,4 @@ void ResetThreadMonitorTiming();
 // now on; 0 gives it the real clock back.
 void SetThreadMonitorClock(int64_t now_100ns);
 
-}  // namespace vyn::testing
+}  // namespace vyn::seams
