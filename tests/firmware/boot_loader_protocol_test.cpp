@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -17,7 +18,6 @@
 namespace vyn::test {
 namespace {
 
-namespace cmd = sim::boot_command;
 using ByteString = std::vector<unsigned char>;
 
 class BootLoaderProbe : public CVYNSTM32BootLoader {
@@ -36,24 +36,16 @@ class BootLoaderProbe : public CVYNSTM32BootLoader {
   using CVYNSTM32BootLoader::stm32h_open_port;
 };
 
-// A data source that hands out blocks of the sizes listed, filled with
-// their own position, and the progress calls it saw.
+// A data source that hands out blocks of the sizes listed.
 std::vector<uint32_t> g_block_sizes;
 size_t g_next_block = 0;
-std::vector<uint32_t> g_progress;
-
-unsigned char BlockByte(size_t block_number, uint32_t i) {
-  return static_cast<unsigned char>(i * 7 + block_number);
-}
 
 uint32_t ListedBlocks(unsigned char* buffer, uint32_t size) {
   if (g_next_block >= g_block_sizes.size()) return 0;
   const uint32_t count = std::min(size, g_block_sizes[g_next_block++]);
-  for (uint32_t i = 0; i < count; ++i) buffer[i] = BlockByte(g_next_block, i);
+  std::fill_n(buffer, count, 0x5A);
   return count;
 }
-
-void RecordProgress(uint32_t written) { g_progress.push_back(written); }
 
 class BootLoaderProtocolTest : public ::testing::Test {
  protected:
@@ -61,7 +53,6 @@ class BootLoaderProtocolTest : public ::testing::Test {
     ASSERT_TRUE(chip_.Start());
     g_block_sizes.clear();
     g_next_block = 0;
-    g_progress.clear();
   }
   void TearDown() override { client_.stm32h_close_port(); }
 
@@ -69,64 +60,19 @@ class BootLoaderProtocolTest : public ::testing::Test {
   BootLoaderProbe client_;
 };
 
-TEST_F(BootLoaderProtocolTest, EveryCommandWithTheChip) {
+// What a transmission never does: connect twice, and Write Unprotect. Its
+// other commands are proven by whole transmissions into the same chip.
+TEST_F(BootLoaderProtocolTest, ConnectAgainAndWriteUnprotect) {
   ASSERT_EQ(client_.stm32_init(chip_.port_path(), 115200), 0);
   EXPECT_EQ(client_.stm32h_connect_to_bl(), 0) << "a connected chip answers NACK";
-  unsigned char major = 0;
-  unsigned char minor = 0;
-  EXPECT_EQ(client_.stm32_get_version(&major, &minor), 0);
-  EXPECT_EQ(major, 3);
-  EXPECT_EQ(minor, 1);
-  uint16_t id = 0;
-  EXPECT_EQ(client_.stm32_get_chip_id(&id), 0);
-  EXPECT_EQ(id, 0x0413);
-
   // Protected flash refuses the write until Write Unprotect, after which
   // the chip restarts and is connected anew.
   chip_.SetWriteProtected(true);
   g_block_sizes = {256};
-  EXPECT_EQ(client_.stm32_write_flash(&ListedBlocks, &RecordProgress), 2);
+  EXPECT_EQ(client_.stm32_write_flash(&ListedBlocks, nullptr), 2);
   EXPECT_EQ(client_.stm32_write_unprotect(), 0);
   EXPECT_FALSE(chip_.IsWriteProtected());
   EXPECT_EQ(chip_.counters().connects, 2U);
-
-  g_block_sizes = {256, 256, 10};
-  g_next_block = 0;
-  g_progress.clear();
-  EXPECT_EQ(client_.stm32_write_flash(&ListedBlocks, &RecordProgress), 0);
-  EXPECT_EQ(g_progress, (std::vector<uint32_t>{256, 512, 522}));
-  const std::vector<uint8_t> flash = chip_.FlashContents();
-  for (size_t block = 1; block <= 3; ++block) {
-    for (uint32_t i = 0; i < g_block_sizes[block - 1]; ++i) {
-      ASSERT_EQ(flash[(block - 1) * 256 + i], BlockByte(block, i)) << block << " " << i;
-    }
-  }
-  EXPECT_EQ(flash[522], 0xFF);
-  // A source with nothing to give: nothing is sent.
-  EXPECT_EQ(client_.stm32_write_flash(&ListedBlocks, nullptr), 0);
-  EXPECT_EQ(chip_.counters().blocks_written, 3U);
-
-  // A NACK in the middle of a write stops it there.
-  g_block_sizes.assign(10, 256);
-  g_next_block = 0;
-  g_progress.clear();
-  chip_.InjectNack({cmd::kWriteMemory, sim::FaultRepeat::kOnce, sim::NackPoint::kResult, 1});
-  EXPECT_EQ(client_.stm32_write_flash(&ListedBlocks, &RecordProgress), 2);
-  EXPECT_EQ(g_progress, (std::vector<uint32_t>{256}));
-  EXPECT_EQ(chip_.counters().commands_by_code[cmd::kWriteMemory], 6U) << "none after the NACK";
-
-  // From version 3 on only Extended Erase is offered.
-  EXPECT_EQ(client_.stm32_erase_flash(), 2);
-  EXPECT_EQ(client_.stm32_extended_erase_flash(), 0);
-  EXPECT_EQ(chip_.FlashContents()[0], 0xFF);
-  chip_.SetVersion(0x22);
-  EXPECT_EQ(client_.stm32_extended_erase_flash(), 2);
-  EXPECT_EQ(client_.stm32_erase_flash(), 0);
-  EXPECT_EQ(chip_.counters().mass_erases, 2U);
-
-  EXPECT_EQ(client_.stm32_go_command(), 0);
-  EXPECT_EQ(chip_.counters().go_commands, 1U);
-  EXPECT_EQ(chip_.counters().last_go_address, 0x08000000U);
   EXPECT_EQ(chip_.counters().checksum_errors, 0U);
 }
 
@@ -183,9 +129,10 @@ TEST(BootLoaderLineTest, StrayBytesAndWrongAnswers) {
   EXPECT_EQ(client.stm32h_connect_to_bl(), 3) << "a wrong byte is no answer";
   chip.join();
 
-  // A chip id answer whose count byte is not 1.
-  const ByteString id_answer = {0x79, 2, 0x04, 0x13, 0x00, 0x79};
-  ASSERT_EQ(write(master, id_answer.data(), id_answer.size()), 6);
+  // A chip id answer whose count byte is not 1, though the id that follows
+  // ends with an ACK as a one-byte count's would.
+  const ByteString id_answer = {0x79, 2, 0x04, 0x13, 0x79};
+  ASSERT_EQ(write(master, id_answer.data(), id_answer.size()), 5);
   uint16_t id = 0;
   EXPECT_EQ(client.stm32_get_chip_id(&id), 2);
   client.stm32h_close_port();
