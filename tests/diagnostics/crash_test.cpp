@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <ctime>
 #include <map>
+#include <random>
 #include <set>
 #include <string>
 
@@ -180,14 +182,15 @@ TEST(CrashTest, LldbOpensEveryDumpWithEveryThreadsBacktrace) {
   EXPECT_EQ(ThreadNames(hang)[hang.exception_thread], "VYN Thread Moni");
 }
 
-TEST(CrashTest, EveryThreadOfOneOrTwoProgramsIsInTheirDumps) {
+TEST(CrashTest, EveryThreadIsInTheDumpsOfOneOrTwoProgramsAndOurReaderTakesNoDamage) {
   const std::vector<ProbeRun> runs =
       RunProbes({{{"threads", "200"}, "DumpType=0\n"},
                  {{"-c", "\"$0\" threads 4 & \"$0\" threads 4 & wait", VYN_CRASH_PROBE},
                   "",
                   {},
                   false,
-                  "/bin/sh"}});
+                  "/bin/sh"},
+                 {{"threads", "3"}, "DumpType=0\n"}});  // small: read often below
   ASSERT_EQ(runs[0].dumps.size(), 1u);
   const DumpSummary dump = Read(runs[0].dumps[0]);
   EXPECT_EQ(dump.threads.size(), 201 + kRuntimeThreads);
@@ -200,6 +203,33 @@ TEST(CrashTest, EveryThreadOfOneOrTwoProgramsIsInTheirDumps) {
   for (const std::string& path : runs[1].dumps) {
     EXPECT_EQ(Read(path).threads.size(), 5 + kRuntimeThreads) << path;
   }
+
+  // Our reader refuses damaged dumps without reading outside them.
+  ASSERT_EQ(runs[2].dumps.size(), 1u);
+  const std::string original = ReadFile(runs[2].dumps[0]);
+  DumpSummary summary = Read(runs[2].dumps[0]);
+  EXPECT_EQ(summary.threads.size(), 4 + kRuntimeThreads);
+  std::string error;
+  const std::string damaged = runs[2].folder->File("damaged.dmp");
+  // Cut short anywhere in the region that holds the streams.
+  for (size_t length = 0; length < std::min<size_t>(original.size(), 40000); length += 97) {
+    WriteFile(damaged, original.substr(0, length));
+    EXPECT_FALSE(minidump::ReadMinidump(damaged, &summary, &error)) << length;
+    EXPECT_FALSE(error.empty());
+  }
+  // Random bytes changed: read or refused, never outside the file.
+  std::mt19937 random(14);
+  for (int round = 0; round < 120; ++round) {
+    std::string changed = original;
+    for (int i = 0; i < 8; ++i) {
+      changed[random() % std::min<size_t>(changed.size(), 8192)] = static_cast<char>(random());
+    }
+    WriteFile(damaged, changed);
+    minidump::ReadMinidump(damaged, &summary, &error);
+    minidump::FormatSummary(summary);
+  }
+  EXPECT_FALSE(minidump::ReadMinidump(runs[2].folder->path(), &summary, &error));
+  EXPECT_FALSE(minidump::ReadMinidump(runs[2].folder->File("missing.dmp"), &summary, &error));
 }
 
 TEST(CrashTest, IniSettingsChooseTheDumpAndTheMessage) {
