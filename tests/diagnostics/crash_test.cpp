@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <ctime>
 #include <map>
+#include <random>
 #include <set>
 #include <string>
 
@@ -59,51 +61,74 @@ void ExpectFirstDumpName(const ProbeRun& run, const std::string& from, const std
   EXPECT_EQ(path.substr(prefix.size() + from.size()), " (01).dmp");
 }
 
-TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndOneDump) {
+// Every case also shows LLDB opening its dump: the threads and modules our
+// reader sees, and the backtraces.
+TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndOneDumpThatLldbOpens) {
   const uint32_t kEnd = 0xC0000025;
   struct Case {
-    std::string kind;
-    int signal;       // 0: a crash during a crash, whichever fault comes first
-    uint32_t reason;  // the end-of-process reason, 0 for a real fault
+    Probe probe;
+    int signal;                          // 0: a crash during a crash, whichever fault comes first
+    uint32_t reason;                     // the end-of-process reason, 0 for a real fault
+    std::vector<std::string> in_lldb{};  // texts of LLDB's backtraces
+    bool complete = true;                // every backtrace reaches its thread's start
   };
+  const std::string kSegv = "stop reason = signal SIGSEGV";
   const std::vector<Case> cases = {
-      {"segv", SIGSEGV, 0},
-      {"provoke", SIGSEGV, 0},
-      {"thread-segv", SIGSEGV, 0},
-      {"overflow", SIGSEGV, 0},
-      {"overflow-thread", SIGSEGV, 0},
-      {"abort", SIGABRT, 0},
-      {"terminate", SIGABRT, 0},
-      {"fpe", SIGFPE, 0},
-      {"ill", SIGILL, 0},
-      {"trap", SIGTRAP, 0},
-      {"sys", SIGSYS, 0},
-      {"bus", SIGBUS, 0},
-      {"request", SIGTRAP, VYN_END_OF_PROCESS_REQUESTED},
-      {"pure-virtual", SIGTRAP, VYN_END_OF_PROCESS_PURE_VIRTUAL},
+      {{{"segv"}}, SIGSEGV, 0},
+      {{{"threads", "6"}}, SIGSEGV, 0, {kSegv, "CrashInProbeFunction", "main"}},
+      {{{"provoke"}}, SIGSEGV, 0},
+      {{{"thread-segv"}}, SIGSEGV, 0},
+      // Only the innermost part of an overflowed stack is kept.
+      {{{"overflow"}}, SIGSEGV, 0, {kSegv, "Recurse"}, false},
+      {{{"overflow-thread"}}, SIGSEGV, 0},
+      {{{"log-thread"}}, SIGSEGV, 0, {"CrashingEdit::ReplaceSel", "RunOutputThread"}},
+      {{{"abort"}}, SIGABRT, 0},
+      {{{"terminate"}}, SIGABRT, 0},
+      {{{"fpe"}}, SIGFPE, 0},
+      {{{"ill"}}, SIGILL, 0},
+      {{{"trap"}}, SIGTRAP, 0},
+      {{{"sys"}}, SIGSYS, 0},
+      {{{"bus"}}, SIGBUS, 0},
+      {{{"request"}}, SIGTRAP, VYN_END_OF_PROCESS_REQUESTED},
+      {{{"pure-virtual"}},
+       SIGTRAP,
+       VYN_END_OF_PROCESS_PURE_VIRTUAL,
+       {"stop reason = signal SIGTRAP", "__cxa_pure_virtual", "CallFromConstructor"}},
+      // The watchdog ends a process whose monitored thread hangs: its own
+      // thread raises it (the kernel keeps 15 characters of a name).
+      {{{"hang"}, "", {"VYN_LIBEXEC_DIR=" VYN_HELPER_DIR}, false, VYN_CRASH_PROBE_STATIC},
+       SIGTRAP,
+       VYN_END_OF_PROCESS_HUNG_THREAD,
+       {"CVYNThreadMonitor::CheckObjects", "CVYNMemoryDump::ProvokeHang"}},
       // Every thread at once; a second thread while the dump is written; a
       // fault of the dumping thread itself; a damaged C library heap. The
       // first dump ends the process: a second crash writes none.
-      {"all-threads", 0, 0},
-      {"second-crash", 0, 0},
-      {"fault-during-dump", 0, 0},
-      {"corrupt-heap", 0, 0},
+      {{{"all-threads"}}, 0, 0},
+      {{{"second-crash"}}, 0, 0},
+      {{{"fault-during-dump"}}, 0, 0},
+      {{{"corrupt-heap"}}, 0, 0, {kSegv, "CrashInProbeFunction"}},
   };
   std::vector<Probe> probes;
-  for (const Case& c : cases) probes.push_back({{c.kind}});
+  for (const Case& c : cases) probes.push_back(c.probe);
   const std::string from = LocalTimeNow();
   const std::vector<ProbeRun> runs = RunProbes(probes);
   const std::string to = LocalTimeNow();
+  std::vector<LldbQuestion> questions;
+  std::vector<size_t> asked;
   for (size_t i = 0; i < cases.size(); ++i) {
     const Case& c = cases[i];
     const ProbeRun& run = runs[i];
-    SCOPED_TRACE(c.kind);
+    SCOPED_TRACE(c.probe.arguments[0]);
     EXPECT_EQ(run.result.exit_code, 1) << run.result.output;
     ASSERT_EQ(run.dumps.size(), 1u) << run.result.output;
     ExpectFirstDumpName(run, from, to);
     const DumpSummary dump = Read(run.dumps[0]);
     ASSERT_TRUE(dump.has_exception);
     EXPECT_EQ(ThreadNames(dump).count(dump.exception_thread), 1u);
+    if (!c.in_lldb.empty()) {
+      questions.push_back({c.probe.program, run.dumps[0]});
+      asked.push_back(i);
+    }
     if (c.signal == 0) continue;
     EXPECT_EQ(dump.exception.code, static_cast<uint32_t>(c.signal));
     EXPECT_EQ(dump.flags, CVYNMemoryDump::kDefaultDumpType);
@@ -112,47 +137,21 @@ TEST(CrashTest, EveryFatalConditionEndsWithExitCodeOneAndOneDump) {
       EXPECT_EQ(dump.exception.parameters[0], kEnd);
       EXPECT_EQ(dump.exception.parameters[1], c.reason);
     }
+    if (c.reason == VYN_END_OF_PROCESS_HUNG_THREAD) {
+      EXPECT_EQ(ThreadNames(dump)[dump.exception_thread], "VYN Thread Moni");
+    }
   }
-}
 
-TEST(CrashTest, LldbOpensEveryDumpWithEveryThreadsBacktrace) {
-  struct Case {
-    Probe probe;
-    std::vector<std::string> expected;  // in LLDB's backtraces
-    bool complete;                      // every backtrace reaches its thread's start
-  };
-  const std::vector<Case> cases = {
-      {{{"threads", "6"}}, {"stop reason = signal SIGSEGV", "CrashInProbeFunction", "main"}, true},
-      // Only the innermost part of an overflowed stack is kept.
-      {{{"overflow"}}, {"stop reason = signal SIGSEGV", "Recurse"}, false},
-      {{{"log-thread"}}, {"CrashingEdit::ReplaceSel", "RunOutputThread"}, true},
-      {{{"pure-virtual"}},
-       {"stop reason = signal SIGTRAP", "__cxa_pure_virtual", "CallFromConstructor"},
-       true},
-      {{{"corrupt-heap"}}, {"stop reason = signal SIGSEGV", "CrashInProbeFunction"}, true},
-      // The watchdog ends a process whose monitored thread hangs.
-      {{{"hang"}, "", {"VYN_LIBEXEC_DIR=" VYN_HELPER_DIR}, false, VYN_CRASH_PROBE_STATIC},
-       {"CVYNThreadMonitor::CheckObjects", "CVYNMemoryDump::ProvokeHang"},
-       true},
-  };
-  std::vector<Probe> probes;
-  for (const Case& c : cases) probes.push_back(c.probe);
-  const std::vector<ProbeRun> runs = RunProbes(probes);
-  std::vector<LldbQuestion> questions;
-  for (size_t i = 0; i < runs.size(); ++i) {
-    ASSERT_EQ(runs[i].dumps.size(), 1u) << runs[i].result.output;
-    questions.push_back({cases[i].probe.program, runs[i].dumps[0]});
-  }
   const std::vector<std::string> answers =
       AskLldb(questions, {"thread list", "thread backtrace all", "image list"});
-  ASSERT_EQ(answers.size(), cases.size());
-  for (size_t i = 0; i < cases.size(); ++i) {
-    SCOPED_TRACE(cases[i].probe.arguments[0]);
-    EXPECT_EQ(runs[i].result.exit_code, 1) << runs[i].result.output;
-    const std::string& lldb = answers[i];
-    const DumpSummary dump = Read(runs[i].dumps[0]);
+  ASSERT_EQ(answers.size(), asked.size());
+  for (size_t q = 0; q < asked.size(); ++q) {
+    const Case& c = cases[asked[q]];
+    SCOPED_TRACE(c.probe.arguments[0]);
+    const std::string& lldb = answers[q];
+    const DumpSummary dump = Read(runs[asked[q]].dumps[0]);
     ASSERT_TRUE(Contains(lldb, "was loaded")) << lldb;
-    for (const std::string& text : cases[i].expected) EXPECT_TRUE(Contains(lldb, text)) << text;
+    for (const std::string& text : c.in_lldb) EXPECT_TRUE(Contains(lldb, text)) << text;
     // LLDB sees the threads ("thread #2: tid = 4711, ...") and modules our
     // reader sees, and every thread's backtrace reaches its start.
     std::set<uint32_t> lldb_ids;
@@ -166,28 +165,23 @@ TEST(CrashTest, LldbOpensEveryDumpWithEveryThreadsBacktrace) {
     for (const minidump::DumpModule& module : dump.modules) {
       EXPECT_TRUE(Contains(lldb, module.name)) << module.name;
     }
-    if (cases[i].complete) {
+    if (c.complete) {
       EXPECT_GE(CountOf(lldb, "start_thread") + CountOf(lldb, "__libc_start_call_main"),
                 dump.threads.size())
           << lldb;
     }
   }
-  // The hang's dump names it: the watchdog's own thread raised it (the
-  // kernel keeps 15 characters of a name).
-  const DumpSummary hang = Read(runs.back().dumps[0]);
-  ASSERT_EQ(hang.exception.parameter_count, 2u);
-  EXPECT_EQ(hang.exception.parameters[1], VYN_END_OF_PROCESS_HUNG_THREAD);
-  EXPECT_EQ(ThreadNames(hang)[hang.exception_thread], "VYN Thread Moni");
 }
 
-TEST(CrashTest, EveryThreadOfOneOrTwoProgramsIsInTheirDumps) {
+TEST(CrashTest, EveryThreadIsInTheDumpsOfOneOrTwoProgramsAndOurReaderTakesNoDamage) {
   const std::vector<ProbeRun> runs =
       RunProbes({{{"threads", "200"}, "DumpType=0\n"},
                  {{"-c", "\"$0\" threads 4 & \"$0\" threads 4 & wait", VYN_CRASH_PROBE},
                   "",
                   {},
                   false,
-                  "/bin/sh"}});
+                  "/bin/sh"},
+                 {{"threads", "3"}, "DumpType=0\n"}});  // small: read often below
   ASSERT_EQ(runs[0].dumps.size(), 1u);
   const DumpSummary dump = Read(runs[0].dumps[0]);
   EXPECT_EQ(dump.threads.size(), 201 + kRuntimeThreads);
@@ -200,6 +194,33 @@ TEST(CrashTest, EveryThreadOfOneOrTwoProgramsIsInTheirDumps) {
   for (const std::string& path : runs[1].dumps) {
     EXPECT_EQ(Read(path).threads.size(), 5 + kRuntimeThreads) << path;
   }
+
+  // Our reader refuses damaged dumps without reading outside them.
+  ASSERT_EQ(runs[2].dumps.size(), 1u);
+  const std::string original = ReadFile(runs[2].dumps[0]);
+  DumpSummary summary = Read(runs[2].dumps[0]);
+  EXPECT_EQ(summary.threads.size(), 4 + kRuntimeThreads);
+  std::string error;
+  const std::string damaged = runs[2].folder->File("damaged.dmp");
+  // Cut short anywhere in the region that holds the streams.
+  for (size_t length = 0; length < std::min<size_t>(original.size(), 40000); length += 97) {
+    WriteFile(damaged, original.substr(0, length));
+    EXPECT_FALSE(minidump::ReadMinidump(damaged, &summary, &error)) << length;
+    EXPECT_FALSE(error.empty());
+  }
+  // Random bytes changed: read or refused, never outside the file.
+  std::mt19937 random(14);
+  for (int round = 0; round < 120; ++round) {
+    std::string changed = original;
+    for (int i = 0; i < 8; ++i) {
+      changed[random() % std::min<size_t>(changed.size(), 8192)] = static_cast<char>(random());
+    }
+    WriteFile(damaged, changed);
+    minidump::ReadMinidump(damaged, &summary, &error);
+    minidump::FormatSummary(summary);
+  }
+  EXPECT_FALSE(minidump::ReadMinidump(runs[2].folder->path(), &summary, &error));
+  EXPECT_FALSE(minidump::ReadMinidump(runs[2].folder->File("missing.dmp"), &summary, &error));
 }
 
 TEST(CrashTest, IniSettingsChooseTheDumpAndTheMessage) {

@@ -34,8 +34,6 @@ std::vector<std::string> FilesIn(const std::string& folder) {
   return files;
 }
 
-}  // namespace
-
 ProbeRun RunProbe(const Probe& probe) {
   ProbeRun run;
   run.folder = std::make_shared<TempDir>();
@@ -51,6 +49,8 @@ ProbeRun RunProbe(const Probe& probe) {
   run.dumps = FilesIn(run.folder->File("Dumps"));
   return run;
 }
+
+}  // namespace
 
 std::vector<ProbeRun> RunProbes(const std::vector<Probe>& probes) {
   std::vector<std::future<ProbeRun>> running;

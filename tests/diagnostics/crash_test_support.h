@@ -37,7 +37,6 @@ struct ProbeRun {
 // Runs every probe at the same time, each in a new folder of its own, with
 // the sanitizers told to leave the fatal signals to the library.
 std::vector<ProbeRun> RunProbes(const std::vector<Probe>& probes);
-ProbeRun RunProbe(const Probe& probe);
 
 inline size_t CountOf(const std::string& text, const std::string& part) {
   size_t count = 0;

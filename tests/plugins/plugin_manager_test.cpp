@@ -242,15 +242,6 @@ TEST_F(PluginTest, OtherThreadsWaitForARunningEvent) {
               ElementsAre("probe_a event 2", "probe_a gate passed", "probe_a PluginTerminate"));
 }
 
-TEST_F(PluginTest, HundredLoadCyclesLeaveNothingBehind) {
-  for (int i = 0; i < 100; ++i) {
-    ASSERT_EQ(manager_.LoadPlugin(kCounter), VYN_STATUS_SUCCESS);
-    ASSERT_EQ(manager_.CallPluginProcessEvent(107, nullptr), VYN_STATUS_SUCCESS);
-    ASSERT_EQ(Count(kCounter), 1);
-    ASSERT_EQ(manager_.UnloadPlugin(manager_.GetPlugin(kCounter)), VYN_STATUS_SUCCESS);
-  }
-}
-
 TEST(PluginExit, PluginsStillLoadedAtExitEndBeforeTheirStatics) {
   const ChildResult child = RunChild({VYN_PLUGIN_EXIT_HOST, kProbeA});
   EXPECT_EQ(child.exit_code, 0) << child.output;
