@@ -182,9 +182,6 @@ std::vector<Reply> Replies() {
        "degrees; Loops per Second; 65535; I2C Errors; 16777217; Encoder Axis 2; -90.000; "
        "degrees; Encoder Axis 3; 0.022; degrees; 3 - unknown property; 3 - unknown property",
        {0, 3, 6, 11, 14, 17}},
-      {CcpuFrame(0x8002, {0x1B, 0xE8, 0x03}),
-       "CCPU_CMD_ID_NOT_STATUS; internal status; 0; property count; 1; Loops per Second; 1000",
-       {0}},
       {CcpuFrame(0x8002, {}), "CCPU_CMD_ID_NOT_STATUS; internal status; 0; property count; 0"},
       // An I2C count whose four bytes are not all there is not taken.
       {CcpuFrame(0x8002, {0x80, 0x1A, 0x01, 0x02}),

@@ -105,16 +105,11 @@ TEST_F(BootLoaderChipTest, ConnectsAndTellsWhatItIs) {
   EXPECT_EQ(Say({Command(cmd::kGetId)}), (Bytes{kAck, 1, 0x04, 0x13, kAck}));
   EXPECT_EQ(Say({{0x02, 0xFC}}), Bytes{kNack}) << "a wrong complement";
   EXPECT_EQ(Say({Command(cmd::kErase)}), Bytes{kNack}) << "version 3 offers Extended Erase only";
-  chip_->set_version(0x22);
-  const Bytes get = Say({Command(cmd::kGet)});
-  ASSERT_EQ(get.size(), 15u);
-  EXPECT_EQ(get[2], 0x22);
-  EXPECT_EQ(get[9], cmd::kErase);
 
   const auto& counters = chip_->counters();
   EXPECT_EQ(counters.ignored_bytes, 3u);
   EXPECT_EQ(counters.connects, 1u);
-  EXPECT_EQ(counters.commands_by_code[cmd::kGet], 2u);
+  EXPECT_EQ(counters.commands_by_code[cmd::kGet], 1u);
   EXPECT_EQ(counters.checksum_errors, 1u);
 }
 
@@ -178,6 +173,9 @@ TEST_F(BootLoaderChipTest, ErasesPagesOrEverything) {
   older.page_sizes = {1024};
   Begin(older);
   ASSERT_TRUE(Connect());
+  const Bytes get = Say({Command(cmd::kGet)});  // lists its version and Erase
+  EXPECT_EQ(Bytes(get.begin() + 1, get.end()), (Bytes{11, 0x22, 0x00, 0x01, 0x02, 0x11, 0x21, 0x31,
+                                                      0x43, 0x63, 0x73, 0x82, 0x92, kAck}));
   for (const uint32_t at : {kBase, kBase + 0x400, kBase + 0x800}) ASSERT_EQ(Write(at, {9}), kAcks);
   EXPECT_EQ(Say({erase}), Bytes{kNack});
   EXPECT_EQ(Say({Command(cmd::kErase), WithXor({1, 0, 2})}), (Bytes{kAck, kAck}));

@@ -78,8 +78,6 @@ TEST_F(DeviceSimulatorTest, AnswersEveryRequestAndKeepsWhatIsSet) {
       {CcpuFrame(0x0054, {}),
        "CCPU_CMD_ID_ACK_GET_PRODUCTION_INFO; internal status; 0; production date; 12; production "
        "user; u"},
-      {CcpuFrame(0x0A01, {}), "KCPU_CMD_ID_REQ_GET_KCPU_INFO; internal status; 0;"},
-      {CcpuFrame(0x0B01, {}), "ECPU_CMD_ID_REQ_GET_ECPU_INFO; internal status; 0;"},
       {CcpuFrame(0x0B21, {0x00, 0x40, 0x00, 0xC0}),
        "ECPU_CMD_ID_ACK_SET_ECPU_PWM_ZERO_OFFSET; Joystick; internal status; 0; Zero Offset_1: "
        "25.0; Zero Offset_2: 75.0"},
