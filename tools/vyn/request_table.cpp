@@ -86,35 +86,25 @@ uint16_t HardwareType(const Arguments& args) {
   return static_cast<uint16_t>(ParseNumber(args[0], 0xFFFF, "hardware type"));
 }
 
+// A request that takes no arguments: only its builder differs.
+template <uint16_t (CVYNCommandSet::*kBuild)(unsigned char*)>
+Request WithoutArguments(const char* name) {
+  return {name, "", 0, 0,
+          [](CVYNCommandSet& s, unsigned char* f, const Arguments&) { return (s.*kBuild)(f); }};
+}
+
 const std::vector<Request>& Requests() {
   using S = CVYNCommandSet;
   static const std::vector<Request> requests = {
-      {"GetDeviceInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetDeviceInfo(f); }},
-      {"DumpSettings", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqDumpSettings(f); }},
-      {"GetECPUInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetECPUInfo(f); }},
-      {"GetKCPUInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetKCPUInfo(f); }},
-      {"SetECPUPWMZeroOffset", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) {
-         return s.PrepareReqSetECPUPWMZeroOffset(f);
-       }},
-      {"SetECPUPWMMinMax", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqSetECPUPWMMinMax(f); }},
-      {"GetECPUPWMCalibration", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) {
-         return s.PrepareReqGetECPUPWMCalibration(f);
-       }},
-      {"SetECPUEncoderMinMax", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) {
-         return s.PrepareReqSetECPUEncoderMinMax(f);
-       }},
-      {"GetECPUEncoderCalibration", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) {
-         return s.PrepareReqGetECPUEncoderCalibration(f);
-       }},
+      WithoutArguments<&S::PrepareReqGetDeviceInfo>("GetDeviceInfo"),
+      WithoutArguments<&S::PrepareReqDumpSettings>("DumpSettings"),
+      WithoutArguments<&S::PrepareReqGetECPUInfo>("GetECPUInfo"),
+      WithoutArguments<&S::PrepareReqGetKCPUInfo>("GetKCPUInfo"),
+      WithoutArguments<&S::PrepareReqSetECPUPWMZeroOffset>("SetECPUPWMZeroOffset"),
+      WithoutArguments<&S::PrepareReqSetECPUPWMMinMax>("SetECPUPWMMinMax"),
+      WithoutArguments<&S::PrepareReqGetECPUPWMCalibration>("GetECPUPWMCalibration"),
+      WithoutArguments<&S::PrepareReqSetECPUEncoderMinMax>("SetECPUEncoderMinMax"),
+      WithoutArguments<&S::PrepareReqGetECPUEncoderCalibration>("GetECPUEncoderCalibration"),
       {"GetStatus", "[ID:RATE ...]", 0, 255, BuildGetStatus},
       {"Control", "[ID[:VALUE] ...]", 0, 255, BuildControl},
       {"SetHardwareInfo", "TYPE VERSION SERIAL", 3, 3,
@@ -122,47 +112,32 @@ const std::vector<Request>& Requests() {
          return s.PrepareReqSetHardwareInfo(f, HardwareType(a), CheckedText(a[1], "VERSION"),
                                             CheckedText(a[2], "SERIAL"));
        }},
-      {"GetHardwareInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetHardwareInfo(f); }},
+      WithoutArguments<&S::PrepareReqGetHardwareInfo>("GetHardwareInfo"),
       {"SetECPUHardwareInfo", "TYPE VERSION SERIAL", 3, 3,
        [](S& s, unsigned char* f, const Arguments& a) {
          return s.PrepareReqSetECPUHardwareInfo(f, HardwareType(a), CheckedText(a[1], "VERSION"),
                                                 CheckedText(a[2], "SERIAL"));
        }},
-      {"GetECPUHardwareInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetECPUHardwareInfo(f); }},
+      WithoutArguments<&S::PrepareReqGetECPUHardwareInfo>("GetECPUHardwareInfo"),
       {"SetProductionInfo", "DATE USER", 2, 2,
        [](S& s, unsigned char* f, const Arguments& a) {
          return s.PrepareReqSetProductionInfo(f, CheckedText(a[0], "DATE"),
                                               CheckedText(a[1], "USER"));
        }},
-      {"GetProductionInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqGetProductionInfo(f); }},
+      WithoutArguments<&S::PrepareReqGetProductionInfo>("GetProductionInfo"),
       {"SetECPUProductionInfo", "DATE USER", 2, 2,
        [](S& s, unsigned char* f, const Arguments& a) {
          return s.PrepareReqSetECPUProductionInfo(f, CheckedText(a[0], "DATE"),
                                                   CheckedText(a[1], "USER"));
        }},
-      {"GetECPUProductionInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) {
-         return s.PrepareReqGetECPUProductionInfo(f);
-       }},
-      {"BoardInfo", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqBoardInfo(f); }},
-      {"ReadParamsExt", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqReadParamsExt(f); }},
-      {"EncodersCalibFldOffset", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) {
-         return s.PrepareReqEncodersCalibFldOffset(f);
-       }},
-      {"EncodersCalibOffset", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqEncodersCalibOffset(f); }},
-      {"RealTimeData3", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqRealTimeData3(f); }},
-      {"MotorsOn", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqMotorsOn(f); }},
-      {"MotorsOff", "", 0, 0,
-       [](S& s, unsigned char* f, const Arguments&) { return s.PrepareReqMotorsOff(f); }},
+      WithoutArguments<&S::PrepareReqGetECPUProductionInfo>("GetECPUProductionInfo"),
+      WithoutArguments<&S::PrepareReqBoardInfo>("BoardInfo"),
+      WithoutArguments<&S::PrepareReqReadParamsExt>("ReadParamsExt"),
+      WithoutArguments<&S::PrepareReqEncodersCalibFldOffset>("EncodersCalibFldOffset"),
+      WithoutArguments<&S::PrepareReqEncodersCalibOffset>("EncodersCalibOffset"),
+      WithoutArguments<&S::PrepareReqRealTimeData3>("RealTimeData3"),
+      WithoutArguments<&S::PrepareReqMotorsOn>("MotorsOn"),
+      WithoutArguments<&S::PrepareReqMotorsOff>("MotorsOff"),
   };
   return requests;
 }
