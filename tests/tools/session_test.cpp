@@ -38,6 +38,14 @@ std::string After(const std::string& text, const std::string& label, const char*
   return text.substr(at + label.size(), text.find(end, at + label.size()) - at - label.size());
 }
 
+// A simulated device that sends a notification every `period`.
+sim::DeviceSimulatorOptions Notifying(std::chrono::milliseconds period) {
+  sim::DeviceSimulatorOptions options;
+  options.notifications = true;
+  options.notification_period = period;
+  return options;
+}
+
 std::string Proc(pid_t pid, const char* file) {
   return ReadFile("/proc/" + std::to_string(pid) + "/" + file);
 }
@@ -54,10 +62,7 @@ bool EndsWithoutBeingRead(pid_t pid, int timeout_ms) {
 }
 
 TEST(ProgramEnd, EachStopSignalOrAClosedPipeEndsMonitorAndDemo) {
-  sim::DeviceSimulatorOptions options;
-  options.notifications = true;
-  options.notification_period = std::chrono::milliseconds(20);
-  sim::DeviceSimulator device(options);
+  sim::DeviceSimulator device(Notifying(std::chrono::milliseconds(20)));
   ASSERT_TRUE(device.Start());
   for (const bool demo : {false, true}) {
     for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, 0}) {
@@ -86,10 +91,7 @@ TEST(ProgramEnd, EachStopSignalOrAClosedPipeEndsMonitorAndDemo) {
 }
 
 TEST(ProgramEnd, AnOutputNobodyReadsNeitherGrowsMemoryNorBlocksTheEnd) {
-  sim::DeviceSimulatorOptions options;
-  options.notifications = true;
-  options.notification_period = std::chrono::milliseconds(1);
-  sim::DeviceSimulator device(options);
+  sim::DeviceSimulator device(Notifying(std::chrono::milliseconds(1)));
   ASSERT_TRUE(device.Start());
   ChildProcess monitor(Vyn({"monitor", device.port_path(), "-t", "600"}));
   ASSERT_TRUE(monitor.WaitForOutput("RX ", kStartLimitMs)) << monitor.output();
