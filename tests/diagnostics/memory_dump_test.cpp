@@ -15,6 +15,7 @@
 
 #include "tests/diagnostics/crash_test_support.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait_until.h"
 #include "vyn/core/status.h"
 #include "vyn/diagnostics/internal/decimal_value.h"
 #include "vyn/diagnostics/internal/signal_safe_format.h"
@@ -29,13 +30,6 @@ namespace {
 bool IsRegistered(const std::string& name) {
   const std::vector<std::string> names = GetVYNThreadMonitor().GetRegisteredThreadNames();
   return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-bool WaitUntil(const std::function<bool()>& condition) {
-  for (int i = 0; i < 1000 && !condition(); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return condition();
 }
 
 TEST(MemoryDumpTest, WithoutHandlersNothingIsProvokedAndTheHeapCheckStartsOnceAndStops) {

@@ -15,6 +15,7 @@
 
 #include "sim/boot_loader_simulator.h"
 #include "tests/log/log_test_support.h"
+#include "tests/support/wait_until.h"
 #include "vyn/core/language.h"
 #include "vyn/core/message_types.h"
 #include "vyn/core/status.h"
@@ -51,16 +52,6 @@ class ProgressRecorder : public CVYNMessageQueue {
   std::mutex mutex_;
   std::vector<int> percentages_;
 };
-
-template <typename Condition>
-bool WaitFor(Condition condition, int limit_ms = 20000) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit_ms);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
 
 class TransmissionTest : public ::testing::Test {
  protected:
@@ -118,7 +109,7 @@ class TransmissionTest : public ::testing::Test {
   }
 
   std::vector<int> Progress() {
-    WaitFor([&] { return recorder_->GetMessagesCount() == 0; });
+    WaitUntil([&] { return recorder_->GetMessagesCount() == 0; });
     return recorder_->percentages();
   }
 
@@ -268,7 +259,7 @@ TEST_F(TransmissionTest, UnplugAndCancelEndTheWaits) {
   MakeFile(64 * 1024);
 
   auto running = std::async(std::launch::async, [&] { return Transmit(); });
-  ASSERT_TRUE(WaitFor([&] { return chip_->counters().blocks_written >= 5; }));
+  ASSERT_TRUE(WaitUntil([&] { return chip_->counters().blocks_written >= 5; }));
   EXPECT_EQ(Transmit(), VYN_STATUS_BUSY) << "one transmission at a time";
   ASSERT_TRUE(chip_->Unplug());
   ASSERT_EQ(running.wait_for(std::chrono::seconds(20)), std::future_status::ready);
@@ -279,7 +270,7 @@ TEST_F(TransmissionTest, UnplugAndCancelEndTheWaits) {
   chip_->SetSilent(true);
   const uint64_t before = chip_->counters().bytes_received;
   running = std::async(std::launch::async, [&] { return Transmit(); });
-  ASSERT_TRUE(WaitFor([&] { return chip_->counters().bytes_received > before; }));
+  ASSERT_TRUE(WaitUntil([&] { return chip_->counters().bytes_received > before; }));
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   GetVYNSTM32BootLoader().CancelTransmission();
   ASSERT_EQ(running.wait_for(std::chrono::seconds(20)), std::future_status::ready);
